@@ -1,0 +1,52 @@
+#include "frame/module_lifecycle.h"
+
+#include <mutex>
+
+#include "device/ostrel_device.h"
+
+CK_RV initializeModule(ExportCall& call) {
+    ModuleState& state = call.state();
+    if (state.deviceInstance.load() != nullptr) {
+        return call.reject(CKR_CRYPTOKI_ALREADY_INITIALIZED, "already initialized");
+    }
+    DeviceInstance instance = nullptr;
+    ostrel_createInstance(&instance);
+    state.deviceInstance.store(instance);
+    try {
+        state.deviceMonitor.start(state);
+    } catch (...) {
+        // Without its monitor the module cannot report slot events or notice a vanished token;
+        // leave it uninitialised rather than half-working.
+        state.deviceInstance.store(nullptr);
+        if (instance != nullptr) {
+            ostrel_releaseInstance(instance);
+        }
+        throw;
+    }
+    if (instance == nullptr) {
+        // Deliberately still CKR_OK: the caller learns of it from the log and from every later
+        // call answering CKR_CRYPTOKI_NOT_INITIALIZED.
+        logError("Init pkcs11 library failed failed");
+    }
+    return CKR_OK;
+}
+
+CK_RV finalizeModule(ExportCall& call) {
+    ModuleState& state = call.state();
+    const DeviceInstance instance = state.deviceInstance.load();
+    if (instance == nullptr) {
+        return call.reject(CKR_CRYPTOKI_NOT_INITIALIZED, "not initialized");
+    }
+    state.deviceMonitor.stopDeviceMonitor();
+    ostrel_releaseInstance(instance);
+    state.deviceInstance.store(nullptr);
+    {
+        // Sessions are dropped without any device call and without a logout on the device.
+        std::lock_guard<std::mutex> tables(state.tableMutex);
+        state.slotTable.clear();
+        state.sessionTable.clear();
+        state.userPassword.clear();
+    }
+    logInfo("C_Finalize completed successfully.");
+    return CKR_OK;
+}

@@ -1,0 +1,35 @@
+// The module's process-wide state, and the locks that make it safe to use from several
+// application threads while the device monitor runs.
+//
+// Lock order, outermost first: lifecycleMutex (shared by every export, exclusive for
+// C_Initialize and C_Finalize), then a session's callMutex, then tableMutex. The device monitor
+// takes only tableMutex and the monitor's own event mutex, never the lifecycle lock, so that
+// C_Finalize can join it. No lock but a session's callMutex is held across a device call.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <shared_mutex>
+
+#include "device/ostrel_device.h"
+#include "sessions/secret_string.h"
+#include "sessions/session_table.h"
+#include "slots/device_monitor.h"
+#include "slots/slot_table.h"
+
+struct ModuleState {
+    // Made by ostrel_createInstance; null means "not initialised".
+    std::atomic<DeviceInstance> deviceInstance{nullptr};
+    std::shared_mutex lifecycleMutex;
+
+    std::mutex tableMutex;
+    SlotTable slotTable;        // guarded by tableMutex
+    SessionTable sessionTable;  // guarded by tableMutex
+    SecretString userPassword;  // guarded by tableMutex; the PIN of the logged-in user
+
+    DeviceMonitor deviceMonitor;
+};
+
+// The one state of this process. It is never destroyed: the monitor thread of an application
+// that exits without C_Finalize must not find it torn down under its feet.
+ModuleState& moduleState();

@@ -1,0 +1,10 @@
+#include "frame/session_access.h"
+
+std::shared_ptr<SessionRecord> findSession(ModuleState& state, CK_SESSION_HANDLE hSession) {
+    const auto handle = handleValue(hSession);
+    if (!handle) {
+        return nullptr;
+    }
+    std::lock_guard<std::mutex> tables(state.tableMutex);
+    return state.sessionTable.find(*handle);
+}

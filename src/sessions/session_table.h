@@ -1,0 +1,45 @@
+// The open sessions of the process, keyed by handle in ascending order.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include "sessions/session_record.h"
+
+constexpr std::uint32_t kFirstSessionHandle = 0x60000001;
+
+class SessionTable {
+public:
+    using Records = std::map<std::uint32_t, std::shared_ptr<SessionRecord>>;
+
+    void clear() { records_.clear(); }
+    std::size_t size() const { return records_.size(); }
+    const Records& records() const { return records_; }
+
+    // Records stay alive while a call still holds them, even after their session is closed.
+    std::shared_ptr<SessionRecord> find(std::uint32_t handle) const {
+        auto found = records_.find(handle);
+        return found == records_.end() ? nullptr : found->second;
+    }
+    // The first handle is kFirstSessionHandle; later ones follow the largest open handle.
+    std::uint32_t insert(std::shared_ptr<SessionRecord> record) {
+        const std::uint32_t handle =
+            records_.empty() ? kFirstSessionHandle : records_.rbegin()->first + 1;
+        records_.emplace(handle, std::move(record));
+        return handle;
+    }
+    bool erase(std::uint32_t handle) { return records_.erase(handle) != 0; }
+
+    // Sessions of every slot whose state is the given one.
+    std::size_t countInState(CK_STATE state) const {
+        std::size_t count = 0;
+        for (const auto& entry : records_) {
+            count += entry.second->state.load() == state ? 1 : 0;
+        }
+        return count;
+    }
+
+private:
+    Records records_;
+};

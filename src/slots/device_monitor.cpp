@@ -1,0 +1,155 @@
+#include "slots/device_monitor.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "device/ostrel_device.h"
+#include "frame/export_frame.h"
+#include "frame/module_state.h"
+#include "log/log.h"
+
+namespace {
+
+constexpr auto kPollingPeriod = std::chrono::milliseconds(1000);
+
+// The event names the first slot whichever device came or went: it only tells that the device
+// population changed. Deliberate; applications re-read the slot list.
+constexpr std::uint32_t kEventSlot = 0x50000001;
+
+bool isUserState(CK_STATE state) {
+    return state == CKS_RO_USER_FUNCTIONS || state == CKS_RW_USER_FUNCTIONS;
+}
+
+// Logs out, in place, every user session whose device is no longer connected.
+void demoteSessionsOfVanishedDevices(ModuleState& state,
+                                     const std::vector<std::string>& connected) {
+    std::lock_guard<std::mutex> tables(state.tableMutex);
+    for (const auto& entry : state.sessionTable.records()) {
+        SessionRecord& session = *entry.second;
+        const bool present = std::find(connected.begin(), connected.end(),
+                                       session.token.serialNumber) != connected.end();
+        const CK_STATE sessionState = session.state.load();
+        if (present || !isUserState(sessionState)) {
+            continue;
+        }
+        logInfo("Device disconnected, clearing userPassword");
+        state.userPassword.clear();
+        session.state.store(sessionState == CKS_RW_USER_FUNCTIONS ? CKS_RW_PUBLIC_SESSION
+                                                                  : CKS_RO_PUBLIC_SESSION);
+    }
+}
+
+}  // namespace
+
+void DeviceMonitor::start(ModuleState& state) {
+    if (deviceMonitorRunning_.load()) {
+        logInfo("Monitor already running. Stopping old thread.");
+        stopDeviceMonitor();
+    }
+    if (thread_.joinable()) {
+        // A thread that ended by itself still has to be joined before it is replaced.
+        thread_.join();
+    }
+    deviceMonitorStopRequested_.exchange(false);
+    thread_ = std::thread(&DeviceMonitor::run, this, std::ref(state));
+}
+
+void DeviceMonitor::stopDeviceMonitor() {
+    deviceMonitorStopRequested_.exchange(true);
+    {
+        // Taking the lock before notifying closes the gap between a waiter's test of the stop
+        // request and the start of its wait, in which a bare notify would be lost.
+        std::lock_guard<std::mutex> events(eventMutex_);
+        ++stopGeneration_;
+    }
+    eventCondition_.notify_all();
+    if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) {
+        thread_.join();
+        thread_ = std::thread();
+        logInfo("Monitor thread joined (stopDeviceMonitor).");
+    }
+    deviceMonitorRunning_.exchange(false);
+}
+
+void DeviceMonitor::run(ModuleState& state) {
+    try {
+        logInfo("Session monitor thread started.");
+        deviceMonitorRunning_.exchange(true);
+        if (!deviceMonitorStopRequested_.load()) {
+            runCycles(state);
+        }
+        logInfo("Session monitor thread stopped.");
+    } catch (...) {
+        // An exception must not end the process from a thread of ours.
+        static_cast<void>(frame_detail::answerForCurrentException("Session monitor thread"));
+    }
+    deviceMonitorRunning_.exchange(false);
+}
+
+void DeviceMonitor::runCycles(ModuleState& state) {
+    std::size_t previousCount = 0;
+    for (;;) {
+        const std::vector<std::string> connected =
+            ostrel_getConnectedDeviceList(false, state.deviceInstance.load());
+        demoteSessionsOfVanishedDevices(state, connected);
+        if (connected.size() != previousCount) {
+            logInfo("Slot event: device count changed from " + decimalText(previousCount) +
+                    " to " + decimalText(connected.size()));
+            raiseSlotEvent();
+            previousCount = connected.size();
+        }
+        sleepOneCycle();
+        if (deviceMonitorStopRequested_.load()) {
+            return;
+        }
+    }
+}
+
+void DeviceMonitor::raiseSlotEvent() {
+    {
+        std::lock_guard<std::mutex> events(eventMutex_);
+        eventSlot_.store(kEventSlot);
+        eventPending_.exchange(true);
+    }
+    eventCondition_.notify_all();
+}
+
+void DeviceMonitor::sleepOneCycle() {
+    std::unique_lock<std::mutex> events(eventMutex_);
+    eventCondition_.wait_for(events, kPollingPeriod,
+                             [this] { return deviceMonitorStopRequested_.load(); });
+}
+
+CK_RV DeviceMonitor::waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot) {
+    if (pSlot == nullptr) {
+        return call.reject(CKR_ARGUMENTS_BAD, "pSlot is NULL");
+    }
+    if ((flags & CKF_DONT_BLOCK) != 0) {
+        if (!eventPending_.exchange(false)) {
+            return call.reject(CKR_NO_EVENT, "no event pending (non-blocking)");
+        }
+        *pSlot = eventSlot_.load();
+        logInfo("C_WaitForSlotEvent: non-blocking, returning slot " + decimalText(*pSlot));
+        return CKR_OK;
+    }
+
+    // The wait must not keep C_Finalize out: it is C_Finalize that ends it.
+    call.releaseModuleLock();
+    std::unique_lock<std::mutex> events(eventMutex_);
+    const std::uint64_t generationAtStart = stopGeneration_;
+    eventCondition_.wait(events, [&] {
+        return eventPending_.load() || stopGeneration_ != generationAtStart ||
+               deviceMonitorStopRequested_.load();
+    });
+    // A stop wins over a pending event, which then stays pending for the next initialisation.
+    if (stopGeneration_ != generationAtStart || deviceMonitorStopRequested_.load()) {
+        logError("C_WaitForSlotEvent: monitor stopped, returning CKR_CRYPTOKI_NOT_INITIALIZED");
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
+    }
+    eventPending_.exchange(false);
+    *pSlot = eventSlot_.load();
+    logInfo("C_WaitForSlotEvent: blocking, returning slot " + decimalText(*pSlot));
+    return CKR_OK;
+}

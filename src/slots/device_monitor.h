@@ -1,0 +1,47 @@
+// The device monitor: a background thread that asks the device library once a second which
+// devices are connected, logs out the user sessions of devices that went away, and raises the
+// slot events that C_WaitForSlotEvent hands to applications.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+
+#include "cryptoki/cryptoki.h"
+
+struct ModuleState;
+class ExportCall;
+
+class DeviceMonitor {
+public:
+    // Stops a monitor left running, then starts a fresh thread over the module's state.
+    void start(ModuleState& state);
+    // Asks the thread to end, wakes every slot-event waiter, and joins the thread.
+    void stopDeviceMonitor();
+    bool isRunning() const { return deviceMonitorRunning_.load(); }
+
+    CK_RV waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot);
+
+private:
+    void run(ModuleState& state);
+    void runCycles(ModuleState& state);
+    void raiseSlotEvent();
+    // Sleeps for one polling period, or less when a stop is requested.
+    void sleepOneCycle();
+
+    std::atomic<bool> deviceMonitorRunning_{false};
+    std::atomic<bool> deviceMonitorStopRequested_{false};
+    std::atomic<bool> eventPending_{false};
+    std::atomic<std::uint32_t> eventSlot_{0};
+
+    std::mutex eventMutex_;
+    std::condition_variable eventCondition_;
+    // Counts stop requests, so that a waiter learns of a C_Finalize even when a C_Initialize
+    // has already cleared the stop request again before it wakes. Guarded by eventMutex_.
+    std::uint64_t stopGeneration_ = 0;
+
+    // Touched only by C_Initialize and C_Finalize, which run alone.
+    std::thread thread_;
+};

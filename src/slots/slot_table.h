@@ -1,0 +1,33 @@
+// The slots: one entry per connected device whose token is present, keyed by the device
+// identifier in ascending byte order. Slot IDs are 0x50000001 + position in that order.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "device/device_records.h"
+
+constexpr std::uint32_t kFirstSlotId = 0x50000001;
+
+class SlotTable {
+public:
+    struct Entry {
+        std::string deviceId;
+        TokenInfo token;
+    };
+
+    void clear() { entries_.clear(); }
+    std::size_t size() const { return entries_.size(); }
+    // Keeps an existing entry of the same identifier, as a rebuild from a device list with a
+    // repeated identifier must.
+    void insert(const std::string& deviceId, const TokenInfo& token) {
+        entries_.emplace(deviceId, token);
+    }
+    // The entry at position slotId - kFirstSlotId in ascending identifier order.
+    std::optional<Entry> find(std::uint32_t slotId) const;
+
+private:
+    std::map<std::string, TokenInfo> entries_;
+};
