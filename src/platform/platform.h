@@ -1,0 +1,79 @@
+// The thin operating-system layer: everything the module needs from Windows or POSIX, behind
+// one set of plain functions. One implementation file per platform; no other file of the module
+// includes <windows.h> or POSIX headers.
+//
+// None of these functions throws, except for std::bad_alloc from building the strings.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace platform {
+
+// First byte of the machine-wide log-level setting, as a signed 8-bit number; nothing when no
+// usable setting exists. Read anew on every call.
+//  - Windows: the value "logLevel" under HKEY_LOCAL_MACHINE "Software\Kelvanetics\Ostrel", any
+//    type, at most 32 bytes.
+//  - POSIX: the line "logLevel=N" (decimal, may be negative) of the settings file; the low byte
+//    of N stands in for the registry value's first byte.
+std::optional<std::int8_t> logLevelSettingFirstByte();
+
+#if !defined(_WIN32)
+// Points the settings file elsewhere, for tests; an empty path restores the built-in one
+// (OSTREL_SETTINGS_FILE). Not to be called from two threads at once.
+void setSettingsFilePathForTesting(const std::string& path);
+#endif
+
+// The user's temporary folder with its trailing separator, as the OS reports it (POSIX: $TMPDIR
+// when it names an existing directory, else /tmp). Empty when it cannot be had.
+std::string temporaryFolder();
+
+// Whether path names an existing directory (following symbolic links).
+bool isDirectory(const std::string& path);
+
+// Base name of the host process's executable file ("certutil.exe"); empty when unknown.
+std::string executableBaseName();
+
+// Creates one directory (its parent must exist). True when it was created now; false when it
+// already existed or could not be made. POSIX creates it for the owner only (0700).
+bool createDirectory(const std::string& path);
+
+struct LocalTime {
+    int year;
+    int month;  // 1 to 12
+    int day;    // 1 to 31
+    int hour;
+    int minute;
+    int second;
+    int millisecond;
+};
+// Wall-clock local time with milliseconds.
+LocalTime localTime();
+
+// Today's local date as "%Y-%m-%d".
+std::string localDateText();
+
+// Opens path for appending bytes in binary mode, creating the file when missing, shared with
+// other writers; null when it cannot be opened. The caller closes it with std::fclose.
+//
+// The folders of path that lie after its first ownFoldersFrom bytes are the module's own. On
+// POSIX, where the temporary folder is shared by all users, each of them must be a real
+// directory (not a symbolic link) owned by the current user, and the file itself must not be a
+// symbolic link; otherwise nothing is opened. A created file is readable by its owner only.
+std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersFrom);
+
+// Value of an environment variable; nothing when it is not set.
+std::optional<std::string> environmentVariable(const char* name);
+
+// The folder that holds the module's own file (the shared library, or the executable it is
+// linked into), without a trailing separator; empty when unknown.
+std::string moduleFolder();
+
+// Registers a function to run in the child process after fork(), for state that must not be
+// inherited. False when it could not be registered. Windows has no fork: nothing to do.
+bool onForkChild(void (*handler)());
+
+}  // namespace platform

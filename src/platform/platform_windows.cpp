@@ -1,0 +1,123 @@
+// Windows implementation of the operating-system layer: the registry, the Win32 file and
+// process calls, and the C runtime's shared file opening.
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+// psapi.h needs windows.h first.
+#include <psapi.h>
+#include <share.h>
+
+#include <cstdio>
+#include <ctime>
+
+#include "platform/platform.h"
+
+namespace platform {
+namespace {
+
+constexpr DWORD kPathBufferSize = 1024;
+
+}  // namespace
+
+std::optional<std::int8_t> logLevelSettingFirstByte() {
+    // Any value type is accepted; data longer than the buffer makes the read fail.
+    BYTE data[32] = {};
+    DWORD size = sizeof data;
+    const LSTATUS status = ::RegGetValueA(HKEY_LOCAL_MACHINE, "Software\\Kelvanetics\\Ostrel",
+                                          "logLevel", RRF_RT_ANY, nullptr, data, &size);
+    if (status != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    return static_cast<std::int8_t>(data[0]);
+}
+
+std::string temporaryFolder() {
+    char folder[kPathBufferSize] = {};
+    const DWORD length = ::GetTempPathA(kPathBufferSize, folder);
+    if (length == 0 || length >= kPathBufferSize) {
+        return {};
+    }
+    return std::string(folder, length);
+}
+
+bool isDirectory(const std::string& path) {
+    const DWORD attributes = ::GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+std::string executableBaseName() {
+    char name[kPathBufferSize] = {};
+    const DWORD length =
+        ::K32GetModuleBaseNameA(::GetCurrentProcess(), nullptr, name, kPathBufferSize);
+    return std::string(name, length < kPathBufferSize ? length : 0);
+}
+
+bool createDirectory(const std::string& path) {
+    return ::CreateDirectoryA(path.c_str(), nullptr) != FALSE;
+}
+
+LocalTime localTime() {
+    SYSTEMTIME now = {};
+    ::GetLocalTime(&now);
+    return LocalTime{now.wYear,   now.wMonth,  now.wDay,         now.wHour,
+                     now.wMinute, now.wSecond, now.wMilliseconds};
+}
+
+std::string localDateText() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    ::localtime_s(&local, &now);
+    char text[80] = {};
+    std::strftime(text, sizeof text, "%Y-%m-%d", &local);
+    return text;
+}
+
+std::FILE* openLogFileForAppend(const std::string& path, std::size_t /*ownFoldersFrom*/) {
+    // The temporary folder is private to the user here; other writers of the same process
+    // (the device monitor) must be able to append at the same time, hence no deny mode.
+    return ::_fsopen(path.c_str(), "ab", _SH_DENYNO);
+}
+
+std::optional<std::string> environmentVariable(const char* name) {
+    const DWORD size = ::GetEnvironmentVariableA(name, nullptr, 0);
+    if (size == 0) {
+        return std::nullopt;  // not set (a set but empty variable needs one byte, its NUL)
+    }
+    std::string value(size, '\0');
+    const DWORD length = ::GetEnvironmentVariableA(name, value.data(), size);
+    if (length >= size) {
+        return std::nullopt;  // changed between the two calls
+    }
+    value.resize(length);
+    return value;
+}
+
+std::string moduleFolder() {
+    HMODULE module = nullptr;
+    if (!::GetModuleHandleExA(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            reinterpret_cast<LPCSTR>(&moduleFolder), &module)) {
+        return {};
+    }
+    char file[kPathBufferSize] = {};
+    const DWORD length = ::GetModuleFileNameA(module, file, kPathBufferSize);
+    if (length == 0 || length >= kPathBufferSize) {
+        return {};
+    }
+    const std::string path(file, length);
+    const std::size_t separator = path.find_last_of("\\/");
+    if (separator == std::string::npos) {
+        return {};
+    }
+    return path.substr(0, separator);
+}
+
+bool onForkChild(void (* /*handler*/)()) {
+    return true;
+}
+
+}  // namespace platform
