@@ -1,0 +1,133 @@
+#include "store/token_store.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "common/token_error.h"
+#include "store/database.h"
+#include "store/schema.h"
+#include "store/snapshot_loader.h"
+#include "store/store_location.h"
+
+namespace softtoken {
+
+namespace {
+
+std::atomic<std::uint64_t> nextGeneration{1};
+
+// Every live store, so that fork() can take their locks: a child must never inherit a store
+// mutex held by a thread that does not exist in it.
+std::mutex& registryMutex() {
+    static std::mutex* mutex = new std::mutex;
+    return *mutex;
+}
+std::set<TokenStore*>& registry() {
+    static auto* stores = new std::set<TokenStore*>;
+    return *stores;
+}
+
+void prepareFork() {
+    registryMutex().lock();
+    for (TokenStore* store : registry()) store->lockForFork();
+}
+
+void resumeAfterFork() {
+    for (TokenStore* store : registry()) store->unlockAfterFork();
+    registryMutex().unlock();
+}
+
+void registerStore(TokenStore* store) {
+    static std::once_flag handlers;
+    std::call_once(handlers,
+                   [] { pthread_atfork(prepareFork, resumeAfterFork, resumeAfterFork); });
+    std::lock_guard<std::mutex> lock(registryMutex());
+    registry().insert(store);
+}
+
+}  // namespace
+
+TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) { registerStore(this); }
+
+TokenStore::~TokenStore() {
+    {
+        std::lock_guard<std::mutex> lock(registryMutex());
+        registry().erase(this);
+    }
+    close();
+}
+
+int TokenStore::openLocked() {
+    pid_t self = getpid();
+    if (database_ != nullptr && owner_ == self) return kOk;
+    // A connection inherited through fork() belongs to the parent: leave it untouched.
+    dropLocked(owner_ == self);
+    std::string path = prepareStoreFile(folder_);
+    if (path.empty()) return kErrStore;
+    std::unique_ptr<Database> database = Database::open(path);
+    if (database == nullptr || !ensureSchema(*database)) return kErrStore;
+    auto query = std::make_unique<Statement>(*database, "PRAGMA data_version");
+    if (!query->valid()) return kErrStore;
+    database_ = std::move(database);
+    dataVersionQuery_ = std::move(query);
+    owner_ = self;
+    return kOk;
+}
+
+void TokenStore::dropLocked(bool closeConnection) {
+    if (!closeConnection && database_ != nullptr) {
+        // Kept, never finalised nor closed, and still reachable (so leak checkers stay quiet).
+        static auto* inherited = new std::vector<std::pair<std::unique_ptr<Database>,
+                                                           std::unique_ptr<Statement>>>;
+        inherited->emplace_back(std::move(database_), std::move(dataVersionQuery_));
+    }
+    dataVersionQuery_.reset();
+    database_.reset();
+    snapshot_.reset();
+    snapshotDataVersion_ = -1;
+}
+
+void TokenStore::close() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    dropLocked(owner_ == getpid());
+}
+
+int TokenStore::snapshot(SnapshotPtr& out) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int opened = openLocked();
+    if (opened != kOk) return opened;
+    dataVersionQuery_->reset();
+    std::int64_t dataVersion = dataVersionQuery_->step() ? dataVersionQuery_->integer(0) : -1;
+    dataVersionQuery_->reset();
+    if (dataVersion < 0) return kErrStore;
+    if (snapshot_ == nullptr || dataVersion != snapshotDataVersion_ ||
+        ownWrites_ != snapshotOwnWrites_) {
+        std::shared_ptr<Snapshot> loaded = loadSnapshot(*database_);
+        if (loaded == nullptr) return kErrStore;
+        loaded->generation = nextGeneration.fetch_add(1);
+        snapshot_ = std::move(loaded);
+        snapshotDataVersion_ = dataVersion;
+        snapshotOwnWrites_ = ownWrites_;
+    }
+    out = snapshot_;
+    return kOk;
+}
+
+int TokenStore::write(const std::function<int(Database&)>& change) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int opened = openLocked();
+    if (opened != kOk) return opened;
+    WriteTransaction transaction(*database_);
+    if (!transaction.begun()) return kErrStore;
+    int result = change(*database_);
+    if (result != kOk) return result;
+    if (!transaction.commit()) return kErrStore;
+    ++ownWrites_;
+    return kOk;
+}
+
+}  // namespace softtoken

@@ -1,0 +1,59 @@
+// The token store of one process: one SQLite connection, the current snapshot, and the write
+// path. Safe to use from many threads; reopened transparently in a child after fork().
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "store/records.h"
+
+namespace softtoken {
+
+class Database;
+class Statement;
+
+class TokenStore {
+public:
+    explicit TokenStore(std::string folder);
+    ~TokenStore();
+    TokenStore(const TokenStore&) = delete;
+    TokenStore& operator=(const TokenStore&) = delete;
+
+    const std::string& folder() const { return folder_; }
+
+    // The current snapshot. Costs one PRAGMA data_version when nothing changed, so the hot
+    // paths (device list, key lists, signing) call it freely.
+    int snapshot(SnapshotPtr& out);
+
+    // Runs change inside one BEGIN IMMEDIATE transaction and commits when it answers 0, so a
+    // change is either wholly stored or not at all, whatever happens to the process.
+    int write(const std::function<int(Database&)>& change);
+
+    // Drops the connection and the snapshot; the next call reopens.
+    void close();
+
+    // fork() support: the child drops the parent's connection without closing it.
+    void lockForFork() { mutex_.lock(); }
+    void unlockAfterFork() { mutex_.unlock(); }
+
+private:
+    int openLocked();
+    void dropLocked(bool closeConnection);
+
+    std::mutex mutex_;
+    const std::string folder_;
+    std::unique_ptr<Database> database_;
+    std::unique_ptr<Statement> dataVersionQuery_;
+    pid_t owner_ = 0;
+    std::uint64_t ownWrites_ = 0;
+    std::int64_t snapshotDataVersion_ = -1;
+    std::uint64_t snapshotOwnWrites_ = 0;
+    SnapshotPtr snapshot_;
+};
+
+}  // namespace softtoken

@@ -1,0 +1,94 @@
+// ostrel-token: creates and manages the software tokens of a token store.
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "store/store_location.h"
+#include "token/token_service.h"
+#include "tool/arguments.h"
+
+using namespace softtoken;
+using namespace softtoken::tool;
+
+namespace {
+
+std::vector<const Command*> allCommands() {
+    std::vector<const Command*> commands;
+    for (const auto* group : {&tokenCommands(), &objectCommands(), &faultCommands()}) {
+        for (const Command& command : *group) commands.push_back(&command);
+    }
+    return commands;
+}
+
+void printOverview(std::ostream& out) {
+    out << "usage: ostrel-token [--store DIR] COMMAND [ARGUMENTS]\n\n"
+           "Manages the software tokens of a token store. The store is DIR, else\n"
+           "$OSTREL_TOKEN_STORE, else $XDG_DATA_HOME/ostrel-token, else\n"
+           "~/.local/share/ostrel-token.\n\ncommands:\n";
+    for (const Command* command : allCommands()) {
+        out << "  " << command->spec.name << " " << command->spec.usage << "\n      "
+            << command->spec.summary << "\n";
+    }
+    out << "\n'ostrel-token COMMAND --help' describes one command.\n";
+}
+
+void printCommandHelp(const CommandSpec& spec, std::ostream& out) {
+    out << "usage: ostrel-token [--store DIR] " << spec.name << " " << spec.usage << "\n"
+        << spec.summary << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    std::string folder;
+    std::size_t next = 0;
+    if (next < words.size() && words[next] == "--store") {
+        if (next + 1 >= words.size()) {
+            std::cerr << "ostrel-token: --store needs a folder\n";
+            return kExitUsage;
+        }
+        folder = words[next + 1];
+        next += 2;
+    }
+    if (next >= words.size()) {
+        printOverview(std::cerr);
+        return kExitUsage;
+    }
+    const std::string name = words[next++];
+    if (name == "--help" || name == "help" || name == "-h") {
+        printOverview(std::cout);
+        return kExitDone;
+    }
+    const Command* chosen = nullptr;
+    for (const Command* command : allCommands()) {
+        if (name == command->spec.name) chosen = command;
+    }
+    if (chosen == nullptr) {
+        std::cerr << "ostrel-token: unknown command '" << name << "'\n";
+        printOverview(std::cerr);
+        return kExitUsage;
+    }
+    std::vector<std::string> rest(words.begin() + static_cast<long>(next), words.end());
+    for (const std::string& word : rest) {
+        if (word == "--help" || word == "-h") {
+            printCommandHelp(chosen->spec, std::cout);
+            return kExitDone;
+        }
+    }
+    if (folder.empty()) folder = defaultStoreFolder();
+    if (folder.empty()) {
+        std::cerr << "ostrel-token: no store folder: give --store DIR or set OSTREL_TOKEN_STORE\n";
+        return kExitUsage;
+    }
+    TokenService service(folder);
+    ToolContext context{service, std::cout, std::cerr};
+    Arguments arguments;
+    std::string error;
+    if (!parseArguments(chosen->spec, rest, arguments, error)) {
+        return usageError(context, chosen->spec, error);
+    }
+    int result = chosen->run(context, arguments);
+    service.shutDown();
+    return result;
+}

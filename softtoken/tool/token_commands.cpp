@@ -1,0 +1,229 @@
+// Token and device commands: init, init-blank, list, show, plug, unplug, remove, set.
+#include <ostream>
+
+#include "certificates/certificate_reader.h"
+#include "common/token_error.h"
+#include "crypto/key_types.h"
+#include "store/device_writes.h"
+#include "token/token_admin.h"
+#include "token/token_service.h"
+#include "tool/arguments.h"
+
+namespace softtoken::tool {
+
+namespace {
+
+const CommandSpec kInit{
+    "init", "SERIAL --label TEXT --pin PIN [--so-pin PIN] [--model TEXT] [--firmware TEXT] "
+            "[--pin-changed 0|1] [--retries N] [--capacity N]",
+    "Creates a token with this serial number and plugs it. Defaults: model SW1-SOFT, firmware "
+    "2.1.0, pin-changed 1, retries 10, capacity 64.",
+    {"--label", "--pin", "--so-pin", "--model", "--firmware", "--pin-changed", "--retries",
+     "--capacity"},
+    {}, 1, 1};
+const CommandSpec kInitBlank{"init-blank", "ID",
+                             "Plugs a device that holds no usable token (its serial is empty).",
+                             {}, {}, 1, 1};
+const CommandSpec kList{"list", "", "Lists the devices: plugged ones in plug order, then the rest.",
+                        {}, {}, 0, 0};
+const CommandSpec kShow{"show", "SERIAL", "Shows a token with its key pairs and certificates.",
+                        {}, {}, 1, 1};
+const CommandSpec kPlug{"plug", "SERIAL", "Plugs a device in; it goes to the end of the plug order.",
+                        {}, {}, 1, 1};
+const CommandSpec kUnplug{"unplug", "SERIAL", "Pulls a device out.", {}, {}, 1, 1};
+const CommandSpec kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {}, 1, 1};
+const CommandSpec kSet{"set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
+                       "Changes one field of a token; retries sets the maximum and the live count.",
+                       {}, {}, 3, 3};
+
+// Runs one change in the store and reports its failure.
+template <typename Change>
+int storeChange(ToolContext& context, const CommandSpec& spec, Change change) {
+    int result = context.service.store().write(change);
+    return result == kOk ? kExitDone : tokenError(context, spec, result);
+}
+
+int snapshotOrFail(ToolContext& context, const CommandSpec& spec, SnapshotPtr& snapshot) {
+    int result = context.service.snapshot(snapshot);
+    return result == kOk ? kExitDone : tokenError(context, spec, result);
+}
+
+int runInit(ToolContext& context, const Arguments& arguments) {
+    TokenSettings settings;
+    settings.serial = arguments.positional[0];
+    if (!arguments.has("--label") || !arguments.has("--pin")) {
+        return usageError(context, kInit, "--label and --pin are required");
+    }
+    settings.label = arguments.option("--label");
+    settings.userPin = arguments.option("--pin");
+    settings.soPin = arguments.option("--so-pin");
+    settings.model = arguments.option("--model", settings.model);
+    settings.firmware = arguments.option("--firmware", settings.firmware);
+    long number = 0;
+    if (arguments.has("--pin-changed")) {
+        if (!parseNumber(arguments.option("--pin-changed"), 0, 1, number)) {
+            return usageError(context, kInit, "--pin-changed takes 0 or 1");
+        }
+        settings.pinChanged = static_cast<int>(number);
+    }
+    if (arguments.has("--retries")) {
+        if (!parseNumber(arguments.option("--retries"), 1, 1000, number)) {
+            return usageError(context, kInit, "--retries takes a number from 1 to 1000");
+        }
+        settings.retries = static_cast<int>(number);
+    }
+    if (arguments.has("--capacity")) {
+        if (!parseNumber(arguments.option("--capacity"), 0, 4095, number)) {
+            return usageError(context, kInit, "--capacity takes a number from 0 to 4095");
+        }
+        settings.capacity = static_cast<int>(number);
+    }
+    int result = createToken(context.service, settings);
+    if (result == kErrArguments) {
+        return usageError(context, kInit, "serial (1 to 255 bytes) or a text longer than 255 bytes");
+    }
+    if (result != kOk) return tokenError(context, kInit, result);
+    context.out << "token " << settings.serial << " created and plugged\n";
+    return kExitDone;
+}
+
+int runInitBlank(ToolContext& context, const Arguments& arguments) {
+    const std::string& id = arguments.positional[0];
+    if (id.empty() || id.size() > kMaxTextLength) {
+        return usageError(context, kInitBlank, "the identifier must be 1 to 255 bytes");
+    }
+    return storeChange(context, kInitBlank,
+                       [&](Database& database) { return insertBlankDevice(database, id); });
+}
+
+std::string deviceLine(const DeviceRecord& device) {
+    return device.deviceId + "\t" + (device.plugged() ? "plugged" : "unplugged") + "\t" +
+           (device.blank ? "blank" : "token") + "\t" + device.label;
+}
+
+int runList(ToolContext& context, const Arguments&) {
+    SnapshotPtr snapshot;
+    if (int failed = snapshotOrFail(context, kList, snapshot); failed != kExitDone) return failed;
+    for (const std::string& id : snapshot->pluggedInOrder) {
+        context.out << deviceLine(*snapshot->findDevice(id)) << "\n";
+    }
+    for (const DeviceRecord& device : snapshot->devices) {
+        if (!device.plugged()) context.out << deviceLine(device) << "\n";
+    }
+    return kExitDone;
+}
+
+void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
+    auto pairs = snapshot.keyPairs.find(id);
+    if (pairs == snapshot.keyPairs.end()) return;
+    for (const KeyPairEntry& entry : pairs->second) {
+        const OstrelKeyPair& pair = entry.record;
+        const KeyTypeInfo* type = keyTypeByCode(pair.keyType);
+        out << "key pair " << pair.id << ": " << (type != nullptr ? type->name : "unknown")
+            << " usage=" << ((pair.usageFlags & kKeyUsageSign) != 0 ? "sign" : "")
+            << ((pair.usageFlags & kKeyUsageDecrypt) != 0 ? "+decrypt" : "")
+            << " id=" << toHex(pair.objectId, static_cast<std::size_t>(pair.objectIdLength))
+            << " label=" << pair.alias << "\n";
+    }
+}
+
+void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
+    auto certificates = snapshot.certificates.find(id);
+    if (certificates == snapshot.certificates.end()) return;
+    for (const OstrelCertificate& certificate : certificates->second) {
+        CertificateDetails details;
+        X509Ptr parsed = parseCertificate(certificate.der,
+                                          static_cast<std::size_t>(certificate.derLength));
+        if (parsed != nullptr) readCertificateDetails(parsed.get(), details);
+        out << "certificate " << certificate.id << ": subject=" << details.subjectName << " id="
+            << toHex(certificate.objectId, static_cast<std::size_t>(certificate.objectIdLength))
+            << " label=" << certificate.label << "\n";
+    }
+}
+
+int runShow(ToolContext& context, const Arguments& arguments) {
+    SnapshotPtr snapshot;
+    if (int failed = snapshotOrFail(context, kShow, snapshot); failed != kExitDone) return failed;
+    const std::string& id = arguments.positional[0];
+    const DeviceRecord* device = snapshot->findDevice(id);
+    if (device == nullptr) return tokenError(context, kShow, kErrNoDevice);
+    std::ostream& out = context.out;
+    out << "device: " << device->deviceId << "\n"
+        << "state: " << (device->plugged() ? "plugged" : "unplugged") << "\n";
+    if (device->blank) {
+        out << "token: none (blank device)\n";
+        return kExitDone;
+    }
+    std::size_t used = snapshot->objectCount(id);
+    out << "label: " << device->label << "\n"
+        << "model: " << device->model << "\n"
+        << "firmware: " << device->firmware << "\n"
+        << "pin-changed: " << device->pinChanged << "\n"
+        << "retries: " << device->retriesLeft << "/" << device->retriesMax << "\n"
+        << "so-pin: " << (device->soPin.present() ? "set" : "none") << "\n"
+        << "capacity: " << device->capacity << " (" << used << " used)\n";
+    showKeyPairs(out, *snapshot, id);
+    showCertificates(out, *snapshot, id);
+    return kExitDone;
+}
+
+int runPlug(ToolContext& context, const Arguments& arguments) {
+    return storeChange(context, kPlug, [&](Database& database) {
+        return plugDevice(database, arguments.positional[0]);
+    });
+}
+
+int runUnplug(ToolContext& context, const Arguments& arguments) {
+    return storeChange(context, kUnplug, [&](Database& database) {
+        return unplugDevice(database, arguments.positional[0]);
+    });
+}
+
+int runRemove(ToolContext& context, const Arguments& arguments) {
+    return storeChange(context, kRemove, [&](Database& database) {
+        return removeDevice(database, arguments.positional[0]);
+    });
+}
+
+int runSet(ToolContext& context, const Arguments& arguments) {
+    static const struct {
+        const char* name;
+        DeviceField field;
+        long minimum;
+        long maximum;  // both 0: a text field
+    } kFields[] = {
+        {"label", DeviceField::Label, 0, 0},       {"model", DeviceField::Model, 0, 0},
+        {"firmware", DeviceField::Firmware, 0, 0}, {"pin-changed", DeviceField::PinChanged, 0, 1},
+        {"retries", DeviceField::Retries, 1, 1000}, {"capacity", DeviceField::Capacity, 0, 4095},
+    };
+    const std::string& name = arguments.positional[1];
+    const std::string& value = arguments.positional[2];
+    for (const auto& entry : kFields) {
+        if (name != entry.name) continue;
+        long number = 0;
+        if (entry.maximum == 0 && value.size() > kMaxTextLength) {
+            return usageError(context, kSet, "texts are at most 255 bytes");
+        }
+        if (entry.maximum != 0 && !parseNumber(value, entry.minimum, entry.maximum, number)) {
+            return usageError(context, kSet,
+                              name + " takes a number from " + std::to_string(entry.minimum) +
+                                  " to " + std::to_string(entry.maximum));
+        }
+        return storeChange(context, kSet, [&](Database& database) {
+            return setDeviceField(database, arguments.positional[0], entry.field, value);
+        });
+    }
+    return usageError(context, kSet, "unknown field '" + name + "'");
+}
+
+}  // namespace
+
+const std::vector<Command>& tokenCommands() {
+    static const std::vector<Command> commands = {
+        {kInit, runInit}, {kInitBlank, runInitBlank}, {kList, runList},     {kShow, runShow},
+        {kPlug, runPlug}, {kUnplug, runUnplug},       {kRemove, runRemove}, {kSet, runSet},
+    };
+    return commands;
+}
+
+}  // namespace softtoken::tool
