@@ -35,11 +35,23 @@ std::shared_ptr<TokenService> currentService() {
     return held.service;
 }
 
-DeviceInstance makeInstance() {
-    auto* instance = new InstanceRecord;
+std::shared_ptr<TokenService> existingService() {
     ServiceHolder& held = holder();
     std::lock_guard<std::mutex> lock(held.mutex);
-    ++held.instances;
+    return held.service;
+}
+
+DeviceInstance makeInstance() {
+    auto* instance = new InstanceRecord;
+    std::shared_ptr<TokenService> stale;
+    {
+        ServiceHolder& held = holder();
+        std::lock_guard<std::mutex> lock(held.mutex);
+        // A service opened by calls made without an instance may point at another store than
+        // the one the environment names now: the first instance starts afresh.
+        if (held.instances++ == 0) stale = std::move(held.service);
+    }
+    if (stale != nullptr) stale->shutDown();
     return instance;
 }
 
@@ -64,8 +76,11 @@ int OperationFrame::begin(const char* operation) {
 }
 
 int OperationFrame::faultOnly(const char* operation) {
-    int result = begin(operation);
-    return snapshot != nullptr ? result : 0;  // no snapshot: the store failed, not a fault
+    // Without an open store (no instance yet) there is nothing to consult: these operations
+    // must not create a store as a side effect of parsing a certificate.
+    service = existingService();
+    if (service == nullptr || service->snapshot(snapshot) != kOk) return 0;
+    return service->injectedFault(*snapshot, operation);
 }
 
 }  // namespace softtoken

@@ -17,6 +17,9 @@ namespace softtoken {
 // location anew). Null only when out of memory.
 std::shared_ptr<TokenService> currentService();
 
+// The service if one is open, without opening one.
+std::shared_ptr<TokenService> existingService();
+
 DeviceInstance makeInstance();
 void releaseInstance(DeviceInstance instance);
 // Frees the hash contexts that an instance still holds (called on release).

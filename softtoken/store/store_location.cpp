@@ -49,11 +49,19 @@ std::string defaultStoreFolder() {
 std::string prepareStoreFile(const std::string& folder) {
     if (!makeFolders(folder)) return {};
     std::string path = folder + "/tokens.db";
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0) return path;
     // Create the file ourselves so that it is private from the start; SQLite gives its -wal and
-    // -shm companions the same mode as the database file.
-    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0) return {};
-    close(fd);
+    // -shm companions the same mode as the database file. Only a file that did not exist is
+    // opened and closed here: closing any descriptor of a file drops every POSIX lock this
+    // process holds on it, and another connection of ours relies on those locks (without them
+    // a closing tool would think itself the last user and remove the WAL under us).
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        close(fd);
+    } else if (errno != EEXIST) {
+        return {};
+    }
     return path;
 }
 

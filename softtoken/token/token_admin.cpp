@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "certificates/certificate_reader.h"
 #include "common/token_error.h"
 #include "crypto/key_codec.h"
 #include "crypto/pin_kdf.h"
@@ -221,6 +222,7 @@ int importCertificate(TokenService& service, const std::string& deviceId, const 
         objectId.size() > kObjectIdCapacity) {
         return kErrArguments;
     }
+    if (parseCertificate(der.data(), der.size()) == nullptr) return kErrCertificate;
     SnapshotPtr snapshot;
     const DeviceRecord* device = nullptr;
     if (int result = service.snapshot(snapshot); result != kOk) return result;

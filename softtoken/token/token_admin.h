@@ -53,8 +53,8 @@ int importKeyPair(TokenService& service, const std::string& deviceId, const std:
                   EVP_PKEY* key, const KeyPairRequest& request, bool mustBePlugged,
                   OstrelKeyPair* stored);
 
-// Certificates are public objects: storing and deleting them needs no PIN. Storing the same
-// DER twice on a token answers the stored certificate instead of a copy.
+// Certificates are public objects: storing and deleting them needs no PIN. The DER must parse
+// as X.509. Storing the same DER twice on a token answers the stored certificate, not a copy.
 int importCertificate(TokenService& service, const std::string& deviceId, const Bytes& der,
                       const std::string& label, const Bytes& objectId, bool mustBePlugged,
                       OstrelCertificate* stored);

@@ -1,0 +1,167 @@
+// The token store: plug order, blank devices, capacity, file modes, and what several processes,
+// fork() and a killed writer do to it.
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <set>
+#include <thread>
+
+#include "store/database.h"
+#include "store/device_writes.h"
+#include "token_fixture.h"
+
+namespace softtoken::testing {
+namespace {
+
+using StoreTest = TokenFixture;
+
+std::vector<std::string> deviceList(DeviceInstance instance) {
+    return ostrel_getConnectedDeviceList(false, instance);
+}
+
+TEST_F(StoreTest, DevicesAreListedInPlugOrderWithBlankDevicesIncluded) {
+    createToken("ST0002");
+    ASSERT_EQ(admin().store().write(
+                  [](Database& database) { return insertBlankDevice(database, "BLANK"); }),
+              0);
+    EXPECT_EQ(deviceList(instance_), (std::vector<std::string>{"ST0001", "ST0002", "BLANK"}));
+
+    ASSERT_EQ(tool({"unplug", "ST0001"}).exitCode, 0);
+    EXPECT_EQ(deviceList(instance_), (std::vector<std::string>{"ST0002", "BLANK"}));
+    EXPECT_TRUE(ostrel_getTokenInfo("ST0001", instance_).serialNumber.empty());
+    EXPECT_EQ(ostrel_initDevice("ST0001", true, instance_), 2);
+
+    ASSERT_EQ(tool({"plug", "ST0001"}).exitCode, 0);
+    ASSERT_EQ(tool({"plug", "ST0002"}).exitCode, 0);  // already plugged: keeps its place
+    EXPECT_EQ(deviceList(instance_), (std::vector<std::string>{"ST0002", "BLANK", "ST0001"}));
+
+    TokenInfo blank = ostrel_getTokenInfo("BLANK", instance_);
+    EXPECT_TRUE(blank.serialNumber.empty());
+    EXPECT_FALSE(blank.deviceName.empty());
+    EXPECT_EQ(ostrel_initDevice("BLANK", true, instance_), 3);
+    EXPECT_EQ(ostrel_getTokenInfo("ST0002", instance_).serialNumber, "ST0002");
+}
+
+TEST_F(StoreTest, FullTokenAnswers40AndReportsNoFreeSpace) {
+    createToken("SMALL", kPin, 10, 2);
+    EXPECT_EQ(ostrel_getTokenInfo("SMALL", instance_).freeObjectSpace, 2);
+    generate(kKeyTypeEcP256, 3, "SMALL");
+    generate(kKeyTypeEcP256, 3, "SMALL");
+    EXPECT_EQ(ostrel_getTokenInfo("SMALL", instance_).freeObjectSpace, 0);
+
+    OstrelKeyPair third{};
+    third.keyType = kKeyTypeEcP256;
+    EXPECT_EQ(ostrel_generateKeyPair("SMALL", kPin, &third, instance_), 40);
+    EXPECT_EQ(ostrel_getKeyPairList("SMALL", instance_).size(), 2u);
+}
+
+TEST_F(StoreTest, StoreIsPrivateToItsUser) {
+    ostrel_getConnectedDeviceList(false, instance_);
+    struct stat info {};
+    ASSERT_EQ(stat(folder_.path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+    for (const char* name : {"/tokens.db", "/tokens.db-wal", "/tokens.db-shm"}) {
+        std::string path = folder_.path() + name;
+        if (stat(path.c_str(), &info) == 0) {
+            EXPECT_EQ(info.st_mode & 0777, 0600u) << name;
+        }
+    }
+}
+
+// Children use the store through the device operations, as separate applications would.
+pid_t spawn(const std::function<bool()>& work) {
+    pid_t child = fork();
+    if (child == 0) _exit(work() ? 0 : 1);
+    return child;
+}
+
+int waitFor(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool generateMany(int count) {
+    DeviceInstance instance = nullptr;
+    ostrel_createInstance(&instance);
+    bool ok = instance != nullptr;
+    for (int i = 0; ok && i < count; ++i) {
+        OstrelKeyPair pair{};
+        pair.keyType = kKeyTypeEcP256;
+        ok = ostrel_generateKeyPair("ST0001", "1234", &pair, instance) == 0;
+    }
+    ostrel_releaseInstance(instance);
+    return ok;
+}
+
+TEST_F(StoreTest, TwoProcessesWritingAtOnceLoseNothing) {
+    constexpr int kEach = 15;
+    pid_t first = spawn([] { return generateMany(kEach); });
+    pid_t second = spawn([] { return generateMany(kEach); });
+    EXPECT_EQ(waitFor(first), 0);
+    EXPECT_EQ(waitFor(second), 0);
+
+    const std::vector<OstrelKeyPair>& pairs = ostrel_getKeyPairList(kSerial, instance_);
+    ASSERT_EQ(pairs.size(), 2u * kEach);
+    std::set<std::uint32_t> ids;
+    for (const OstrelKeyPair& pair : pairs) ids.insert(pair.id);
+    EXPECT_EQ(ids.size(), pairs.size());
+    EXPECT_LE(*ids.rbegin(), 0xFFFu);
+}
+
+TEST_F(StoreTest, ForkedChildReopensAndParentCarriesOn) {
+    generate(kKeyTypeEcP256);
+    ASSERT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 1u);
+    pid_t child = spawn([this] {
+        OstrelKeyPair pair{};
+        pair.keyType = kKeyTypeEcP384;
+        return ostrel_getKeyPairList(kSerial, instance_).size() == 1 &&
+               ostrel_generateKeyPair(kSerial, kPin, &pair, instance_) == 0;
+    });
+    EXPECT_EQ(waitFor(child), 0);
+    EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 2u);
+    generate(kKeyTypeEcP256);
+    EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 3u);
+}
+
+TEST_F(StoreTest, KillingAWriterLeavesAConsistentStore) {
+    pid_t writer = spawn([this] {
+        for (int i = 0;; ++i) {
+            createToken("CRASH" + std::to_string(i));
+            if (!generateMany(1)) return false;
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    kill(writer, SIGKILL);
+    waitFor(writer);
+
+    {
+        std::unique_ptr<Database> database = Database::open(folder_.path() + "/tokens.db");
+        ASSERT_NE(database, nullptr);
+        Statement check(*database, "PRAGMA integrity_check");
+        ASSERT_TRUE(check.step());
+        EXPECT_EQ(check.text(0), "ok");
+    }
+    // Every token that exists is whole: its PIN checks out and its key pairs sign.
+    std::vector<std::string> devices = deviceList(instance_);
+    EXPECT_GT(devices.size(), 1u);
+    for (const std::string& serial : devices) {
+        int retries = 0;
+        EXPECT_EQ(ostrel_validatePassword(serial.c_str(), kPin, 1, &retries, instance_), 0)
+            << serial;
+    }
+    Bytes digest(32, 0x5A);
+    for (const OstrelKeyPair& pair : ostrel_getKeyPairList(kSerial, instance_)) {
+        unsigned char signature[1024];
+        int length = sizeof signature;
+        EXPECT_EQ(ostrel_signHash(kSerial, pair.keyReference, kPin, digest.data(), 32, signature,
+                                  &length, false, instance_, false),
+                  0);
+    }
+}
+
+}  // namespace
+}  // namespace softtoken::testing
