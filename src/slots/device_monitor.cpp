@@ -47,10 +47,10 @@ void DeviceMonitor::start(ModuleState& state) {
     if (deviceMonitorRunning_.load()) {
         logInfo("Monitor already running. Stopping old thread.");
         stopDeviceMonitor();
-    }
-    if (thread_.joinable()) {
-        // A thread that ended by itself still has to be joined before it is replaced.
-        thread_.join();
+    } else if (thread_.joinable()) {
+        // A thread that has not yet marked itself running, or that ended by itself, must still
+        // be stopped and joined before it is replaced.
+        stopDeviceMonitor();
     }
     deviceMonitorStopRequested_.exchange(false);
     thread_ = std::thread(&DeviceMonitor::run, this, std::ref(state));
