@@ -14,7 +14,7 @@ namespace {
 template <std::size_t N>
 std::int32_t copyBytes(unsigned char (&field)[N], const Bytes& value) {
     std::size_t size = std::min(N, value.size());
-    std::memcpy(field, value.data(), size);
+    if (size != 0) std::memcpy(field, value.data(), size);
     return static_cast<std::int32_t>(size);
 }
 

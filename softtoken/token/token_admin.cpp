@@ -32,7 +32,7 @@ bool requestAcceptable(const KeyPairRequest& request) {
 
 template <std::size_t N>
 void copyInto(unsigned char (&field)[N], const Bytes& value) {
-    std::memcpy(field, value.data(), std::min(N, value.size()));
+    if (!value.empty()) std::memcpy(field, value.data(), std::min(N, value.size()));
 }
 
 OstrelKeyPair keyPairRecord(std::uint32_t id, const NewKeyPair& pair) {

@@ -121,7 +121,8 @@ TEST_F(PinTest, FirstCheckStaysWithinBudgetAndLaterChecksAreFree) {
     double second = time();
     RecordProperty("first_check_ms", std::to_string(first));
     std::printf("PIN check: first %.2f ms, cached %.3f ms\n", first, second);
-    EXPECT_LT(first, 40.0);  // about 10 ms here; the budget is 20 ms, with room for a busy host
+    EXPECT_LT(first, 60.0);  // about 6 ms on a quiet host; the budget is 20 ms, the rest is for
+                             // a host busy compiling, or sanitizers
     EXPECT_LT(second, 1.0);
 }
 
