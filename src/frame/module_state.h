@@ -2,9 +2,10 @@
 // application threads while the device monitor runs.
 //
 // Lock order, outermost first: lifecycleMutex (shared by every export, exclusive for
-// C_Initialize and C_Finalize), then a session's callMutex, then tableMutex. The device monitor
-// takes only tableMutex and the monitor's own event mutex, never the lifecycle lock, so that
-// C_Finalize can join it. No lock but a session's callMutex is held across a device call.
+// C_Initialize and C_Finalize), then a session's callMutex, then loginMutex, then tableMutex.
+// The device monitor takes only tableMutex and the monitor's own event mutex, never the
+// lifecycle lock, so that C_Finalize can join it. No lock but a session's callMutex and
+// loginMutex is held across a device call.
 #pragma once
 
 #include <atomic>
@@ -21,6 +22,10 @@ struct ModuleState {
     // Made by ostrel_createInstance; null means "not initialised".
     std::atomic<DeviceInstance> deviceInstance{nullptr};
     std::shared_mutex lifecycleMutex;
+
+    // Serialises C_Login, C_Logout and C_SetPIN, device check included, so that userPassword
+    // never ends up holding a PIN that a concurrent change has already replaced on the token.
+    std::mutex loginMutex;
 
     std::mutex tableMutex;
     SlotTable slotTable;        // guarded by tableMutex

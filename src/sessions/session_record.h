@@ -7,6 +7,8 @@
 
 #include "cryptoki/cryptoki.h"
 #include "device/device_records.h"
+#include "sessions/operation_context.h"
+#include "sessions/search_state.h"
 
 struct SessionRecord {
     SessionRecord(std::uint32_t slot, const TokenInfo& tokenInfo, CK_STATE initialState)
@@ -17,6 +19,10 @@ struct SessionRecord {
     const std::uint32_t slotID;
     // Copy of the slot's TokenInfo at opening; token.serialNumber addresses the device.
     const TokenInfo token;
+
+    // Both guarded by callMutex.
+    OperationContext operation;
+    SearchState search;
 
     // Held for the whole of a call on this session, so that one session's operation state is
     // never touched by two threads at once while other sessions run in parallel.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 
 #include "sessions/session_record.h"
 
@@ -22,14 +23,24 @@ public:
         auto found = records_.find(handle);
         return found == records_.end() ? nullptr : found->second;
     }
-    // The first handle is kFirstSessionHandle; later ones follow the largest open handle.
+    // The first handle is kFirstSessionHandle; later ones follow the largest open handle, so a
+    // freed handle comes back only when it was the largest.
     std::uint32_t insert(std::shared_ptr<SessionRecord> record) {
         const std::uint32_t handle =
             records_.empty() ? kFirstSessionHandle : records_.rbegin()->first + 1;
         records_.emplace(handle, std::move(record));
         return handle;
     }
-    bool erase(std::uint32_t handle) { return records_.erase(handle) != 0; }
+    // Removes the handle only while it still names this record: a caller that looked the
+    // record up earlier must not close a newer session that has been given the same handle.
+    bool erase(std::uint32_t handle, const SessionRecord& record) {
+        auto found = records_.find(handle);
+        if (found == records_.end() || found->second.get() != &record) {
+            return false;
+        }
+        records_.erase(found);
+        return true;
+    }
 
     // Sessions of every slot whose state is the given one.
     std::size_t countInState(CK_STATE state) const {
@@ -38,6 +49,16 @@ public:
             count += entry.second->state.load() == state ? 1 : 0;
         }
         return count;
+    }
+
+    // Calls visit(SessionRecord&) for every session opened on the device, in handle order.
+    template <typename Visit>
+    void forEachOnDevice(const std::string& deviceId, Visit&& visit) const {
+        for (const auto& entry : records_) {
+            if (entry.second->token.serialNumber == deviceId) {
+                visit(*entry.second);
+            }
+        }
     }
 
 private:

@@ -1,0 +1,46 @@
+// C_Logout: no device call; the module forgets the PIN and returns the token's sessions to
+// their public states.
+#include <mutex>
+
+#include "frame/session_access.h"
+#include "sessions/login_rules.h"
+#include "sessions/session_functions.h"
+
+namespace {
+
+CK_STATE loggedOut(CK_STATE state) {
+    switch (state) {
+        case CKS_RO_USER_FUNCTIONS:
+            return CKS_RO_PUBLIC_SESSION;
+        case CKS_RW_USER_FUNCTIONS:
+        case CKS_RW_SO_FUNCTIONS:
+            return CKS_RW_PUBLIC_SESSION;
+        default:
+            return state;
+    }
+}
+
+}  // namespace
+
+CK_RV logOut(ExportCall& call, CK_SESSION_HANDLE hSession) {
+    return withSession(call, hSession, [&](SessionRecord& session) {
+        const CK_STATE current = session.state.load();
+        if (isPublicState(current)) {
+            return call.reject(CKR_USER_NOT_LOGGED_IN,
+                               "user not logged in, session state=" + decimalText(current));
+        }
+        ModuleState& state = call.state();
+        {
+            std::lock_guard<std::mutex> logins(state.loginMutex);
+            std::lock_guard<std::mutex> tables(state.tableMutex);
+            state.sessionTable.forEachOnDevice(session.token.serialNumber, [](SessionRecord& each) {
+                each.state.store(loggedOut(each.state.load()));
+            });
+            // The PIN is module-wide, so it goes although only this token's sessions moved.
+            // Deliberate.
+            state.userPassword.clear();
+        }
+        logInfo("C_Logout end");
+        return CKR_OK;
+    });
+}

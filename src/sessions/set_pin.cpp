@@ -1,0 +1,47 @@
+// C_SetPIN: the device alone judges the old PIN; the module only keeps userPassword in step.
+#include <mutex>
+
+#include "device/ostrel_device.h"
+#include "frame/session_access.h"
+#include "sessions/login_rules.h"
+#include "sessions/session_functions.h"
+
+CK_RV setPin(ExportCall& call, CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin,
+             CK_ULONG ulOldLen, CK_UTF8CHAR_PTR pNewPin, CK_ULONG ulNewLen) {
+    return withSession(call, hSession, [&](SessionRecord& session) {
+        // Read-write sessions go on whether or not anybody is logged in.
+        const CK_STATE current = session.state.load();
+        if (isReadOnlyState(current)) {
+            return call.reject(CKR_SESSION_READ_ONLY,
+                               "session is read-only, state=" + decimalText(current));
+        }
+        CK_RV rv = checkPinArgument(call, pOldPin, ulOldLen, "pOldPin",
+                                    "old pin length out of range, ulOldLen=");
+        if (rv == CKR_OK) {
+            rv = checkPinArgument(call, pNewPin, ulNewLen, "pNewPin",
+                                  "new pin length out of range, ulNewLen=");
+        }
+        if (rv != CKR_OK) {
+            return rv;
+        }
+        const SecretString oldPin = pinText(pOldPin, ulOldLen);
+        const SecretString newPin = pinText(pNewPin, ulNewLen);
+        ModuleState& state = call.state();
+        std::lock_guard<std::mutex> logins(state.loginMutex);
+        int failureCount = 0;
+        const bool changed =
+            ostrel_changeUserPassword(session.token.serialNumber.c_str(), oldPin.c_str(),
+                                      newPin.c_str(), &failureCount, false, false, call.instance());
+        if (!changed) {
+            return call.reject(
+                CKR_FUNCTION_FAILED,
+                "ostrel_changeUserPassword failed, failureCount=" + decimalText(failureCount));
+        }
+        std::lock_guard<std::mutex> tables(state.tableMutex);
+        // A logged-in user goes on with the new PIN; nobody logged in stays so.
+        if (!state.userPassword.empty()) {
+            state.userPassword = newPin;
+        }
+        return CKR_OK;
+    });
+}
