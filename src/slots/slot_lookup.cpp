@@ -1,0 +1,19 @@
+#include "slots/slot_lookup.h"
+
+#include <mutex>
+
+#include "frame/handle_value.h"
+#include "log/log.h"
+
+std::optional<SlotTable::Entry> findSlot(ModuleState& state, CK_SLOT_ID slotID) {
+    const auto slot = handleValue(slotID);
+    if (!slot) {
+        return std::nullopt;
+    }
+    std::lock_guard<std::mutex> tables(state.tableMutex);
+    return state.slotTable.find(*slot);
+}
+
+CK_RV rejectInvalidSlot(const ExportCall& call, CK_SLOT_ID slotID) {
+    return call.reject(CKR_SLOT_ID_INVALID, "invalid slotID=" + decimalText(slotID));
+}
