@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "api/instance.h"
+#include "common/fork_guard.h"
 #include "crypto/digests.h"
 #include "crypto/openssl_types.h"
 
@@ -23,7 +24,11 @@ struct LiveContexts {
 };
 
 LiveContexts& live() {
-    static auto* contexts = new LiveContexts;
+    static LiveContexts* contexts = [] {
+        auto* made = new LiveContexts;
+        guardAcrossFork(&made->mutex);
+        return made;
+    }();
     return *contexts;
 }
 

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "common/fork_guard.h"
 #include "store/store_location.h"
 
 namespace softtoken {
@@ -20,7 +21,11 @@ struct ServiceHolder {
 
 // Never destroyed: operations may still run on other threads while the process exits.
 ServiceHolder& holder() {
-    static auto* held = new ServiceHolder;
+    static ServiceHolder* held = [] {
+        auto* made = new ServiceHolder;
+        guardAcrossFork(&made->mutex);
+        return made;
+    }();
     return *held;
 }
 
@@ -28,10 +33,15 @@ ServiceHolder& holder() {
 
 std::shared_ptr<TokenService> currentService() {
     ServiceHolder& held = holder();
-    std::lock_guard<std::mutex> lock(held.mutex);
-    if (held.service == nullptr) {
-        held.service = std::make_shared<TokenService>(defaultStoreFolder());
+    {
+        std::lock_guard<std::mutex> lock(held.mutex);
+        if (held.service != nullptr) return held.service;
     }
+    // Made outside the lock: a new service registers its mutexes for fork(), and no guarded
+    // mutex may be held while another is taken.
+    auto made = std::make_shared<TokenService>(defaultStoreFolder());
+    std::lock_guard<std::mutex> lock(held.mutex);
+    if (held.service == nullptr) held.service = std::move(made);
     return held.service;
 }
 

@@ -1,13 +1,12 @@
 #include "store/token_store.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <set>
 #include <utility>
 #include <vector>
 
+#include "common/fork_guard.h"
 #include "common/token_error.h"
 #include "store/database.h"
 #include "store/schema.h"
@@ -20,44 +19,14 @@ namespace {
 
 std::atomic<std::uint64_t> nextGeneration{1};
 
-// Every live store, so that fork() can take their locks: a child must never inherit a store
-// mutex held by a thread that does not exist in it.
-std::mutex& registryMutex() {
-    static std::mutex* mutex = new std::mutex;
-    return *mutex;
-}
-std::set<TokenStore*>& registry() {
-    static auto* stores = new std::set<TokenStore*>;
-    return *stores;
-}
-
-void prepareFork() {
-    registryMutex().lock();
-    for (TokenStore* store : registry()) store->lockForFork();
-}
-
-void resumeAfterFork() {
-    for (TokenStore* store : registry()) store->unlockAfterFork();
-    registryMutex().unlock();
-}
-
-void registerStore(TokenStore* store) {
-    static std::once_flag handlers;
-    std::call_once(handlers,
-                   [] { pthread_atfork(prepareFork, resumeAfterFork, resumeAfterFork); });
-    std::lock_guard<std::mutex> lock(registryMutex());
-    registry().insert(store);
-}
-
 }  // namespace
 
-TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) { registerStore(this); }
+TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) {
+    guardAcrossFork(&mutex_);
+}
 
 TokenStore::~TokenStore() {
-    {
-        std::lock_guard<std::mutex> lock(registryMutex());
-        registry().erase(this);
-    }
+    stopGuardingAcrossFork(&mutex_);
     close();
 }
 

@@ -37,10 +37,6 @@ public:
     // Drops the connection and the snapshot; the next call reopens.
     void close();
 
-    // fork() support: the child drops the parent's connection without closing it.
-    void lockForFork() { mutex_.lock(); }
-    void unlockAfterFork() { mutex_.unlock(); }
-
 private:
     int openLocked();
     void dropLocked(bool closeConnection);

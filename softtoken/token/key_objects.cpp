@@ -1,5 +1,6 @@
 #include "token/key_objects.h"
 
+#include "common/fork_guard.h"
 #include "common/token_error.h"
 #include "crypto/key_codec.h"
 #include "crypto/sealing.h"
@@ -11,6 +12,10 @@ namespace {
 // Deleted and replaced pairs leave entries behind; past this many the cache starts over.
 constexpr std::size_t kMaxCachedKeys = 256;
 }  // namespace
+
+KeyObjects::KeyObjects() { guardAcrossFork(&mutex_); }
+
+KeyObjects::~KeyObjects() { stopGuardingAcrossFork(&mutex_); }
 
 std::string privateKeyContext(const std::string& deviceId, const unsigned char* keyReference) {
     return "private-key:" + deviceId + ":" + toHex(keyReference, kObjectReferenceSize);

@@ -15,6 +15,11 @@ namespace softtoken {
 
 class KeyObjects {
 public:
+    KeyObjects();
+    ~KeyObjects();
+    KeyObjects(const KeyObjects&) = delete;
+    KeyObjects& operator=(const KeyObjects&) = delete;
+
     // The private key of the pair, unsealed with the token key on first use.
     int privateKey(const std::string& deviceId, const KeyPairEntry& pair,
                    const SecretBytes& tokenKey, SharedPkey& key);

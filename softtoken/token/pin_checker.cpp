@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include "common/fork_guard.h"
 #include "common/token_error.h"
 #include "crypto/digests.h"
 #include "crypto/openssl_types.h"
@@ -22,7 +23,10 @@ std::string tokenKeyContext(const std::string& deviceId) { return "token-key:" +
 
 PinChecker::PinChecker(TokenStore& store) : store_(store), processSecret_(32) {
     randomBytes(processSecret_.data(), processSecret_.size());
+    guardAcrossFork(&mutex_);
 }
+
+PinChecker::~PinChecker() { stopGuardingAcrossFork(&mutex_); }
 
 Bytes PinChecker::cacheKey(const DeviceRecord& device, const PinRecord& record, PinKind kind,
                            const std::string& pin) const {

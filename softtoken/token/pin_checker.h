@@ -18,6 +18,9 @@ class TokenStore;
 class PinChecker {
 public:
     explicit PinChecker(TokenStore& store);
+    ~PinChecker();
+    PinChecker(const PinChecker&) = delete;
+    PinChecker& operator=(const PinChecker&) = delete;
 
     // Checks pin as the user's or the security officer's PIN of device. A wrong PIN lowers the
     // live count by one, a right one restores it to the maximum; at 0 every check fails with

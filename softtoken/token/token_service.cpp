@@ -9,20 +9,12 @@ namespace {
 
 // Every device operation except ostrel_releaseInstance, named without the ostrel_ prefix.
 const char* const kFaultableOperations[] = {
-    "createInstance",  "getConnectedDeviceList",
-    "getTokenInfo",    "initDevice",
-    "validatePassword", "changeUserPassword",
-    "getKeyPairList",  "getCertificateList",
-    "generateKeyPair", "deleteKeyPair",
-    "deleteCertificate", "updateKeyPairDetails",
-    "importCertificate", "importPfx",
-    "getFilesWithExtensionsAndConvertDER", "getCertificateDetails",
-    "getCertificateSubject", "getCertificateIssuer",
-    "getCertificateSerialDER", "initHash",
-    "updateHash",      "finalHash",
-    "signHash",        "verifySignatureHash",
-    "encrypt",         "decrypt",
-    "ecdhDerive",      "generateRamdomNumber",
+    "createInstance", "getConnectedDeviceList", "getTokenInfo", "initDevice", "validatePassword",
+    "changeUserPassword", "getKeyPairList", "getCertificateList", "generateKeyPair",
+    "deleteKeyPair", "deleteCertificate", "updateKeyPairDetails", "importCertificate", "importPfx",
+    "getFilesWithExtensionsAndConvertDER", "getCertificateDetails", "getCertificateSubject",
+    "getCertificateIssuer", "getCertificateSerialDER", "initHash", "updateHash", "finalHash",
+    "signHash", "verifySignatureHash", "encrypt", "decrypt", "ecdhDerive", "generateRamdomNumber",
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 
@@ -115,6 +116,12 @@ PkeyPtr publicKeyFromRecord(const OstrelKeyPair& pair) {
     std::size_t size = static_cast<std::size_t>(pair.publicValueLength);
     return type->rsa ? rsaPublicKey(pair.publicValue, size)
                      : ecPublicKey(*type, pair.publicValue, size);
+}
+
+double threadCpuMilliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
 Bytes sha(const EVP_MD* digest, const std::string& message) {
