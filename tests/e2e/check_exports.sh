@@ -4,7 +4,7 @@
 set -eu
 module=$1
 expected=$2
-actual=$(nm -D --defined-only "$module" | awk '{print $3}' | grep -v '^OSTREL_PKCS11$' | LC_ALL=C sort)
+actual=$(nm -D --defined-only "$module" | awk '{ sub(/@.*/, "", $3); print $3 }' | grep -v '^OSTREL_PKCS11$' | LC_ALL=C sort)
 if ! printf '%s\n' "$actual" | diff -u "$expected" -; then
     echo "unexpected export table of $module" >&2
     exit 1

@@ -7,6 +7,7 @@
 
 #include "cryptoki/cryptoki.h"
 #include "support/log_capture.h"
+#include "support/module_start.h"
 
 namespace {
 
@@ -117,7 +118,7 @@ TEST(EntryPoints, UnsupportedEntriesOnlyLogTheirNameBeforeAndAfterInitialise) {
     LogCapture log;
     for (bool initialised : {false, true}) {
         if (initialised) {
-            ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+            ASSERT_EQ(initializeAndSettle(log), CKR_OK);
         }
         for (const EntryPoint& entry : unsupportedEntryPoints()) {
             log.newLines();

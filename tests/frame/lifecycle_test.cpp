@@ -7,6 +7,7 @@
 
 #include "cryptoki/cryptoki.h"
 #include "support/log_capture.h"
+#include "support/module_start.h"
 
 namespace {
 
@@ -19,7 +20,7 @@ protected:
 TEST_F(Lifecycle, InitialiseFinaliseCyclesLogEachStep) {
     for (int cycle = 0; cycle < 3; ++cycle) {
         log.newLines();
-        ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+        ASSERT_EQ(initializeAndSettle(log), CKR_OK);
         ASSERT_EQ(C_Finalize(nullptr), CKR_OK);
         const std::vector<std::string> lines = log.newLines();
         ASSERT_FALSE(lines.empty());
@@ -30,7 +31,7 @@ TEST_F(Lifecycle, InitialiseFinaliseCyclesLogEachStep) {
 }
 
 TEST_F(Lifecycle, SecondInitialiseIsRefusedAndChangesNothing) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     log.newLines();
     EXPECT_EQ(C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
     EXPECT_EQ(log.newLines(),
@@ -61,7 +62,7 @@ TEST_F(Lifecycle, GetInfoBeforeInitialiseIsRefused) {
 }
 
 TEST_F(Lifecycle, GetInfoRejectsNullPointer) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     log.newLines();
     EXPECT_EQ(C_GetInfo(nullptr), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(log.newLines(), (std::vector<std::string>{infoLine("C_GetInfo"),
@@ -69,7 +70,7 @@ TEST_F(Lifecycle, GetInfoRejectsNullPointer) {
 }
 
 TEST_F(Lifecycle, GetInfoWritesTextsWithOneNulAndLeavesTheRestOfEachField) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     unsigned char raw[sizeof(CK_INFO)];
     std::memset(raw, 0xFF, sizeof raw);
     auto* info = reinterpret_cast<CK_INFO*>(raw);
