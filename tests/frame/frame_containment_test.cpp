@@ -6,12 +6,13 @@
 
 #include "frame/export_frame.h"
 #include "support/log_capture.h"
+#include "support/module_start.h"
 
 namespace {
 
 class Containment : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(C_Initialize(nullptr), CKR_OK); }
+    void SetUp() override { ASSERT_EQ(initializeAndSettle(log), CKR_OK); }
     void TearDown() override { C_Finalize(nullptr); }
     LogCapture log;
 };

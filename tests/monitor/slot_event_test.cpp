@@ -8,6 +8,7 @@
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
 #include "support/log_capture.h"
+#include "support/module_start.h"
 #include "support/wait_until.h"
 
 namespace dd = devicedouble;
@@ -21,7 +22,7 @@ protected:
     void SetUp() override {
         dd::reset();
         // An event deliberately outlives C_Finalize; drop one left by an earlier test.
-        ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+        ASSERT_EQ(initializeAndSettle(log), CKR_OK);
         CK_SLOT_ID slot = 0;
         C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr);
         ASSERT_EQ(C_Finalize(nullptr), CKR_OK);
@@ -52,7 +53,7 @@ const std::string kOneDeviceCame = infoLine("Slot event: device count changed fr
 
 TEST_F(SlotEvents, FirstCycleReportsTheConnectedDevice) {
     dd::addDevice("SER1", "Token one");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     CK_SLOT_ID slot = 0;
     EXPECT_EQ(C_WaitForSlotEvent(0, &slot, nullptr), CKR_OK);
     EXPECT_EQ(slot, kEventSlot);
@@ -62,7 +63,7 @@ TEST_F(SlotEvents, FirstCycleReportsTheConnectedDevice) {
 
 TEST_F(SlotEvents, NonBlockingWaitConsumesTheEventOnce) {
     dd::addDevice("SER1", "Token one");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     ASSERT_TRUE(waitForLine(kOneDeviceCame));
     CK_SLOT_ID slot = 0;
     EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK);
@@ -78,7 +79,7 @@ TEST_F(SlotEvents, NonBlockingWaitConsumesTheEventOnce) {
 }
 
 TEST_F(SlotEvents, NoDeviceMeansNoEvent) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     // Let the first cycle run: with nothing connected the count stays 0.
     ASSERT_TRUE(waitUntil([] { return dd::callCount("getConnectedDeviceList") >= 1; }));
     CK_SLOT_ID slot = 0;
@@ -86,7 +87,7 @@ TEST_F(SlotEvents, NoDeviceMeansNoEvent) {
 }
 
 TEST_F(SlotEvents, NullSlotPointerIsRejected) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     log.newLines();
     EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, nullptr, nullptr), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(log.newLines(), (std::vector<std::string>{
@@ -96,12 +97,12 @@ TEST_F(SlotEvents, NullSlotPointerIsRejected) {
 
 TEST_F(SlotEvents, UncollectedEventSurvivesFinaliseAndInitialise) {
     dd::addDevice("SER1", "Token one");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     ASSERT_TRUE(waitForLine(kOneDeviceCame));
     ASSERT_EQ(C_Finalize(nullptr), CKR_OK);
     // With nothing connected the new monitor raises no event of its own.
     dd::unplug("SER1");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     CK_SLOT_ID slot = 0;
     EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK);
     EXPECT_EQ(slot, kEventSlot);
@@ -109,17 +110,17 @@ TEST_F(SlotEvents, UncollectedEventSurvivesFinaliseAndInitialise) {
 
 TEST_F(SlotEvents, FreshMonitorAfterReinitialiseCountsFromZero) {
     dd::addDevice("SER1", "Token one");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     ASSERT_TRUE(waitForLine(kOneDeviceCame));
     ASSERT_EQ(C_Finalize(nullptr), CKR_OK);
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     EXPECT_TRUE(waitForLine(kOneDeviceCame, 2));
 }
 
 TEST_F(SlotEvents, UnplugAndPlugRaiseEventsWithTheFirstSlot) {
     dd::addDevice("SER1", "Token one");
     dd::addDevice("SER2", "Token two");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     CK_SLOT_ID slot = 0;
     ASSERT_EQ(C_WaitForSlotEvent(0, &slot, nullptr), CKR_OK);
     dd::unplug("SER2");
@@ -129,7 +130,7 @@ TEST_F(SlotEvents, UnplugAndPlugRaiseEventsWithTheFirstSlot) {
 }
 
 TEST_F(SlotEvents, FinaliseWakesABlockedWaiter) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     auto waiter = std::async(std::launch::async, [] {
         CK_SLOT_ID slot = 0;
         return C_WaitForSlotEvent(0, &slot, nullptr);
@@ -143,7 +144,7 @@ TEST_F(SlotEvents, FinaliseWakesABlockedWaiter) {
 }
 
 TEST_F(SlotEvents, BlockedWaiterDoesNotHoldOtherCallsBack) {
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     auto waiter = std::async(std::launch::async, [] {
         CK_SLOT_ID slot = 0;
         return C_WaitForSlotEvent(0, &slot, nullptr);
@@ -159,7 +160,7 @@ TEST_F(SlotEvents, BlockedWaiterDoesNotHoldOtherCallsBack) {
 
 TEST_F(SlotEvents, FinaliseWhileTheMonitorIsInsideADeviceQuery) {
     dd::closeDeviceListGate();
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    ASSERT_EQ(initializeAndSettle(log), CKR_OK);
     ASSERT_TRUE(dd::waitForBlockedDeviceListCalls(1, std::chrono::milliseconds(3000)));
     auto finalising = std::async(std::launch::async, [] { return C_Finalize(nullptr); });
     // C_Finalize waits for the query in progress, and only for that.

@@ -1,0 +1,138 @@
+// Several application threads, each with sessions of its own, while the monitor runs and devices
+// come and go. Run under ThreadSanitizer and AddressSanitizer: the point is that nothing races,
+// crashes or deadlocks; every answer must still be one that the call can legitimately give.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "cryptoki/cryptoki.h"
+#include "device_double.h"
+#include "support/log_capture.h"
+
+namespace dd = devicedouble;
+
+namespace {
+
+constexpr int kWorkers = 4;
+constexpr int kRoundsPerWorker = 150;
+
+struct Outcome {
+    std::atomic<int> unexpected{0};
+    std::atomic<int> rounds{0};
+};
+
+void expectOneOf(Outcome& outcome, CK_RV rv, std::initializer_list<CK_RV> allowed) {
+    if (std::set<CK_RV>(allowed).count(rv) == 0) {
+        ++outcome.unexpected;
+        ADD_FAILURE() << "unexpected result 0x" << std::hex << rv;
+    }
+}
+
+void refreshSlots(Outcome& outcome) {
+    CK_SLOT_ID slots[4];
+    CK_ULONG count = 4;
+    expectOneOf(outcome, C_GetSlotList(CK_TRUE, slots, &count), {CKR_OK});
+}
+
+void workerRounds(Outcome& outcome, unsigned seed) {
+    const char* pin = dd::kDefaultUserPin;
+    for (int round = 0; round < kRoundsPerWorker; ++round) {
+        if ((round + seed) % 10 == 0) {
+            refreshSlots(outcome);
+        }
+        const CK_SLOT_ID slot = 0x50000001 + (round + seed) % 2;
+        CK_SESSION_HANDLE session = 0;
+        const CK_FLAGS flags = CKF_SERIAL_SESSION | ((round % 2) != 0 ? CKF_RW_SESSION : 0);
+        const CK_RV opened = C_OpenSession(slot, flags, nullptr, nullptr, &session);
+        expectOneOf(outcome, opened, {CKR_OK, CKR_SLOT_ID_INVALID});
+        if (opened != CKR_OK) {
+            continue;
+        }
+        CK_TOKEN_INFO token;
+        expectOneOf(outcome, C_GetTokenInfo(slot, &token), {CKR_OK, CKR_SLOT_ID_INVALID});
+        expectOneOf(outcome,
+                    C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(pin)),
+                            static_cast<CK_ULONG>(std::strlen(pin))),
+                    {CKR_OK, CKR_USER_ALREADY_LOGGED_IN, CKR_USER_ANOTHER_ALREADY_LOGGED_IN,
+                     CKR_FUNCTION_FAILED});
+        CK_SESSION_INFO info;
+        expectOneOf(outcome, C_GetSessionInfo(session, &info), {CKR_OK});
+        expectOneOf(outcome, C_Logout(session), {CKR_OK, CKR_USER_NOT_LOGGED_IN});
+        CK_SLOT_ID eventSlot = 0;
+        expectOneOf(outcome, C_WaitForSlotEvent(CKF_DONT_BLOCK, &eventSlot, nullptr),
+                    {CKR_OK, CKR_NO_EVENT});
+        expectOneOf(outcome, C_CloseSession(session), {CKR_OK});
+        ++outcome.rounds;
+    }
+}
+
+TEST(ConcurrencyStress, SessionsOnManyThreadsWhileDevicesComeAndGo) {
+    LogCapture log(2);
+    dd::reset();
+    dd::addDevice("SER1", "Token one");
+    dd::addDevice("SER2", "Token two");
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    Outcome outcome;
+    refreshSlots(outcome);
+
+    std::atomic<bool> workersDone{false};
+    std::thread devices([&] {
+        // Unplug and plug while the workers run; the monitor demotes and raises events.
+        for (int cycle = 0; !workersDone.load(); ++cycle) {
+            const char* serial = (cycle % 2) == 0 ? "SER1" : "SER2";
+            dd::unplug(serial);
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
+            dd::plug(serial);
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        }
+    });
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < kWorkers; ++worker) {
+        workers.emplace_back([&outcome, worker] { workerRounds(outcome, static_cast<unsigned>(worker)); });
+    }
+    for (auto& worker : workers) {
+        worker.join();
+    }
+    workersDone = true;
+    devices.join();
+
+    EXPECT_EQ(outcome.unexpected.load(), 0);
+    EXPECT_EQ(C_CloseAllSessions(0x50000001), CKR_OK);
+    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+}
+
+TEST(ConcurrencyStress, FinaliseWhileOtherThreadsAreInsideCalls) {
+    LogCapture log(2);
+    dd::reset();
+    dd::addDevice("SER1", "Token one");
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> callers;
+        for (int caller = 0; caller < 3; ++caller) {
+            callers.emplace_back([&stop] {
+                while (!stop.load()) {
+                    CK_SLOT_ID slots[2];
+                    CK_ULONG count = 2;
+                    const CK_RV rv = C_GetSlotList(CK_TRUE, slots, &count);
+                    EXPECT_TRUE(rv == CKR_OK || rv == CKR_CRYPTOKI_NOT_INITIALIZED);
+                    CK_SLOT_ID event = 0;
+                    C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr);
+                }
+            });
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+        stop = true;
+        for (auto& caller : callers) {
+            caller.join();
+        }
+    }
+}
+
+}  // namespace
