@@ -2,7 +2,7 @@
 # Installs what building and testing need on Debian 12, when something is missing.
 set -eu
 packages="cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-  libssl-dev libsqlite3-dev openssl sqlite3 opensc gnutls-bin
+  libssl-dev libsqlite3-dev openssl sqlite3 opensc gnutls-bin python3
   g++-mingw-w64-x86-64-posix wine wine64"
 missing=""
 for package in $packages; do
