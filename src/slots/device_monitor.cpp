@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr auto kPollingPeriod = std::chrono::milliseconds(1000);
+constexpr std::chrono::milliseconds kPollingPeriod(1000);
+std::atomic<std::chrono::milliseconds::rep> pollingPeriodMilliseconds{kPollingPeriod.count()};
 
 // The event names the first slot whichever device came or went: it only tells that the device
 // population changed. Deliberate; applications re-read the slot list.
@@ -118,8 +119,12 @@ void DeviceMonitor::raiseSlotEvent() {
 
 void DeviceMonitor::sleepOneCycle() {
     std::unique_lock<std::mutex> events(eventMutex_);
-    eventCondition_.wait_for(events, kPollingPeriod,
+    eventCondition_.wait_for(events, std::chrono::milliseconds(pollingPeriodMilliseconds.load()),
                              [this] { return deviceMonitorStopRequested_.load(); });
+}
+
+void DeviceMonitor::setPollingPeriodForTesting(std::chrono::milliseconds period) {
+    pollingPeriodMilliseconds.store(period.count());
 }
 
 CK_RV DeviceMonitor::waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -23,6 +24,10 @@ public:
     bool isRunning() const { return deviceMonitorRunning_.load(); }
 
     CK_RV waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot);
+
+    // Shortens the one-second polling period so that tests can make the monitor race the
+    // application threads many times; never used by the module itself.
+    static void setPollingPeriodForTesting(std::chrono::milliseconds period);
 
 private:
     void run(ModuleState& state);

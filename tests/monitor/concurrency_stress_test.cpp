@@ -12,14 +12,19 @@
 
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
+#include "slots/device_monitor.h"
 #include "support/log_capture.h"
+#include "support/wait_until.h"
 
 namespace dd = devicedouble;
 
 namespace {
 
 constexpr int kWorkers = 4;
-constexpr int kRoundsPerWorker = 150;
+// The monitor polls every few milliseconds here, so that its walk over the sessions meets the
+// workers' calls many times.
+constexpr auto kFastPolling = std::chrono::milliseconds(2);
+constexpr std::size_t kMonitorCycles = 60;
 
 struct Outcome {
     std::atomic<int> unexpected{0};
@@ -39,15 +44,15 @@ void refreshSlots(Outcome& outcome) {
     expectOneOf(outcome, C_GetSlotList(CK_TRUE, slots, &count), {CKR_OK});
 }
 
-void workerRounds(Outcome& outcome, unsigned seed) {
+void workerRounds(Outcome& outcome, unsigned seed, const std::atomic<bool>& stop) {
     const char* pin = dd::kDefaultUserPin;
-    for (int round = 0; round < kRoundsPerWorker; ++round) {
-        if ((round + seed) % 10 == 0) {
+    for (unsigned round = 0; !stop.load(); ++round) {
+        if ((round + seed) % 10u == 0) {
             refreshSlots(outcome);
         }
-        const CK_SLOT_ID slot = 0x50000001 + (round + seed) % 2;
+        const CK_SLOT_ID slot = 0x50000001 + (round + seed) % 2u;
         CK_SESSION_HANDLE session = 0;
-        const CK_FLAGS flags = CKF_SERIAL_SESSION | ((round % 2) != 0 ? CKF_RW_SESSION : 0);
+        const CK_FLAGS flags = CKF_SERIAL_SESSION | ((round % 2u) != 0 ? CKF_RW_SESSION : 0);
         const CK_RV opened = C_OpenSession(slot, flags, nullptr, nullptr, &session);
         expectOneOf(outcome, opened, {CKR_OK, CKR_SLOT_ID_INVALID});
         if (opened != CKR_OK) {
@@ -76,6 +81,7 @@ TEST(ConcurrencyStress, SessionsOnManyThreadsWhileDevicesComeAndGo) {
     dd::reset();
     dd::addDevice("SER1", "Token one");
     dd::addDevice("SER2", "Token two");
+    DeviceMonitor::setPollingPeriodForTesting(kFastPolling);
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     Outcome outcome;
     refreshSlots(outcome);
@@ -93,14 +99,22 @@ TEST(ConcurrencyStress, SessionsOnManyThreadsWhileDevicesComeAndGo) {
     });
     std::vector<std::thread> workers;
     for (int worker = 0; worker < kWorkers; ++worker) {
-        workers.emplace_back([&outcome, worker] { workerRounds(outcome, static_cast<unsigned>(worker)); });
+        workers.emplace_back([&outcome, &workersDone, worker] {
+            workerRounds(outcome, static_cast<unsigned>(worker), workersDone);
+        });
     }
+    const bool cycled = waitUntil(
+        [] { return dd::callCount("getConnectedDeviceList") >= kMonitorCycles; },
+        std::chrono::seconds(20));
+    workersDone = true;
     for (auto& worker : workers) {
         worker.join();
     }
-    workersDone = true;
     devices.join();
+    DeviceMonitor::setPollingPeriodForTesting(std::chrono::milliseconds(1000));
 
+    EXPECT_TRUE(cycled);
+    EXPECT_GT(outcome.rounds.load(), kWorkers);
     EXPECT_EQ(outcome.unexpected.load(), 0);
     EXPECT_EQ(C_CloseAllSessions(0x50000001), CKR_OK);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);

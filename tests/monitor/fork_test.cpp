@@ -42,7 +42,24 @@ int waitForChild(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
 }
 
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kThreadSanitizer = true;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+constexpr bool kThreadSanitizer = true;
+#else
+constexpr bool kThreadSanitizer = false;
+#endif
+#else
+constexpr bool kThreadSanitizer = false;
+#endif
+
 TEST(Fork, ChildInitialisesAFreshModuleWhileTheParentKeepsItsOwn) {
+    if (kThreadSanitizer) {
+        // ThreadSanitizer cannot follow threads that a forked child of a threaded process starts
+        // ("dup thread with used id"); the other builds run this test.
+        GTEST_SKIP() << "not supported under ThreadSanitizer";
+    }
     LogCapture log;
     dd::reset();
     dd::addDevice("SER1", "Token one");
