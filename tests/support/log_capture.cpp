@@ -2,15 +2,24 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "platform/platform.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+#if defined(_WIN32)
+// GetTempPathA takes TMP, else TEMP.
+constexpr const char* kTemporaryFolderVariables[] = {"TMP", "TEMP"};
+#else
+constexpr const char* kTemporaryFolderVariables[] = {"TMPDIR"};
+#endif
 
 // "16/11::05:42:07:123-> " precedes every tag.
 constexpr std::size_t kTimeStampLength = 22;
@@ -47,11 +56,11 @@ fs::path uniqueFolder() {
 
 LogCapture::LogCapture(int level) : folder_(uniqueFolder()) {
     fs::create_directories(folder_);
-    if (const char* tmpdir = std::getenv("TMPDIR")) {
-        hadTmpdir_ = true;
-        previousTmpdir_ = tmpdir;
+    for (const char* name : kTemporaryFolderVariables) {
+        const char* value = std::getenv(name);
+        savedVariables_.push_back({name, value != nullptr, value != nullptr ? value : ""});
+        setEnvironment(name, folder_.string());
     }
-    setEnvironment("TMPDIR", folder_.string());
     // Made in advance so that the first message of a test is not spent on creating folders.
     fs::create_directories(logFolder());
     setLevel(level);
@@ -61,10 +70,12 @@ LogCapture::~LogCapture() {
 #if !defined(_WIN32)
     platform::setSettingsFilePathForTesting("");
 #endif
-    if (hadTmpdir_) {
-        setEnvironment("TMPDIR", previousTmpdir_);
-    } else {
-        unsetEnvironment("TMPDIR");
+    for (const SavedVariable& variable : savedVariables_) {
+        if (variable.wasSet) {
+            setEnvironment(variable.name, variable.value);
+        } else {
+            unsetEnvironment(variable.name);
+        }
     }
     std::error_code ignored;
     fs::remove_all(folder_, ignored);
@@ -76,7 +87,11 @@ void LogCapture::setLevel(int level) {
     std::ofstream(settings) << "logLevel=" << level << "\n";
     platform::setSettingsFilePathForTesting(settings.string());
 #else
-    static_cast<void>(level);
+    // The registry keeps the DWORD's bytes; the module reads the first, as POSIX reads the
+    // low byte of the number.
+    if (testregistry::setLogLevelDword(static_cast<std::uint32_t>(level)) != 0) {
+        throw std::runtime_error("cannot write the logLevel registry value");
+    }
 #endif
 }
 

@@ -1,10 +1,19 @@
 // Test support: points the module's diagnostic log at a private temporary folder with a chosen
 // level, and reads back what was written, without the time stamps.
+//
+// The level is the machine-wide setting made private to the test process: on POSIX a settings
+// file of the capture's own, on Windows the registry value in a private HKEY_LOCAL_MACHINE
+// (support/windows_registry.h). The temporary folder is the one the OS reports: TMPDIR on POSIX,
+// TMP and TEMP on Windows, which GetTempPathA reads. One capture at a time per process.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#if defined(_WIN32)
+#include "support/windows_registry.h"
+#endif
 
 class LogCapture {
 public:
@@ -28,9 +37,18 @@ public:
     std::filesystem::path logFolder() const;
 
 private:
+    // An environment variable as it was before the capture replaced it.
+    struct SavedVariable {
+        const char* name;
+        bool wasSet;
+        std::string value;
+    };
+
     std::filesystem::path folder_;
-    std::string previousTmpdir_;
-    bool hadTmpdir_ = false;
+#if defined(_WIN32)
+    testregistry::PrivateLocalMachine privateLocalMachine_;
+#endif
+    std::vector<SavedVariable> savedVariables_;
     std::size_t seen_ = 0;
 };
 
