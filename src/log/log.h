@@ -11,9 +11,9 @@
 int getLogLevel();
 
 // Entry and progress messages: written at level 3 (tagged "DEBUG ::=>") when the level is 3.
-void logInfo(std::string message);
+void logInfo(const std::string& message);
 // Rejections and failures: written at level 2 (tagged "ERROR ::=>") when the level is 2 or more.
-void logError(std::string message);
+void logError(const std::string& message);
 // Writes one line whatever the configured level. Never throws.
 void writeLog(int level, const std::string& message);
 

@@ -19,14 +19,14 @@ int getLogLevel() {
 }
 
 // logInfo writes level 3, tagged "DEBUG ::=>", not an INFO tag: deliberate, and kept.
-void logInfo(std::string message) {
+void logInfo(const std::string& message) {
     if (getLogLevel() < kDebugLevel) {
         return;
     }
     writeLog(kDebugLevel, message);
 }
 
-void logError(std::string message) {
+void logError(const std::string& message) {
     if (getLogLevel() < kErrorLevel) {
         return;
     }

@@ -6,7 +6,10 @@ namespace {
 
 // Writes through a volatile pointer so the compiler cannot drop the stores as dead.
 void wipe(std::string& text) noexcept {
-    volatile char* bytes = text.empty() ? nullptr : &text[0];
+    if (text.empty()) {
+        return;
+    }
+    volatile char* bytes = &text[0];
     for (std::size_t i = 0; i < text.size(); ++i) {
         bytes[i] = 0;
     }

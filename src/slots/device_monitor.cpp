@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kPollingPeriod(1000);
-std::atomic<std::chrono::milliseconds::rep> pollingPeriodMilliseconds{kPollingPeriod.count()};
+constexpr std::int64_t kPollingPeriodMilliseconds = 1000;
+std::atomic<std::int64_t> pollingPeriodMilliseconds{kPollingPeriodMilliseconds};
 
 // The event names the first slot whichever device came or went: it only tells that the device
 // population changed. Deliberate; applications re-read the slot list.
