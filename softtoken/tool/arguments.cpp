@@ -13,7 +13,7 @@ std::string Arguments::option(const std::string& name, const std::string& fallba
     return found != options.end() ? found->second : fallback;
 }
 
-bool parseArguments(const CommandSpec& spec, const std::vector<std::string>& words,
+bool parseArguments(const CommandSyntax& syntax, const std::vector<std::string>& words,
                     Arguments& parsed, std::string& error) {
     bool optionsEnded = false;
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -21,9 +21,9 @@ bool parseArguments(const CommandSpec& spec, const std::vector<std::string>& wor
         if (!optionsEnded && word == "--") {
             optionsEnded = true;
         } else if (!optionsEnded && word.size() > 2 && word.compare(0, 2, "--") == 0) {
-            if (spec.flagOptions.count(word) != 0) {
+            if (syntax.flagOptions.count(word) != 0) {
                 parsed.flags.insert(word);
-            } else if (spec.valueOptions.count(word) != 0) {
+            } else if (syntax.valueOptions.count(word) != 0) {
                 if (i + 1 >= words.size()) {
                     error = "option " + word + " needs a value";
                     return false;
@@ -37,12 +37,12 @@ bool parseArguments(const CommandSpec& spec, const std::vector<std::string>& wor
             parsed.positional.push_back(word);
         }
     }
-    if (parsed.positional.size() < spec.minPositional) {
+    if (parsed.positional.size() < syntax.minPositional) {
         error = "missing arguments";
         return false;
     }
-    if (parsed.positional.size() > spec.maxPositional) {
-        error = "unexpected argument '" + parsed.positional[spec.maxPositional] + "'";
+    if (parsed.positional.size() > syntax.maxPositional) {
+        error = "unexpected argument '" + parsed.positional[syntax.maxPositional] + "'";
         return false;
     }
     return true;
@@ -61,14 +61,14 @@ bool parseNumber(const std::string& text, long minimum, long maximum, long& valu
     return true;
 }
 
-int usageError(ToolContext& context, const CommandSpec& spec, const std::string& message) {
-    context.err << "ostrel-token " << spec.name << ": " << message << "\n"
-                << "usage: ostrel-token " << spec.name << " " << spec.usage << "\n";
+int usageError(ToolContext& context, const CommandSyntax& syntax, const std::string& message) {
+    context.err << "ostrel-token " << syntax.name << ": " << message << "\n"
+                << "usage: ostrel-token " << syntax.name << " " << syntax.usage << "\n";
     return kExitUsage;
 }
 
-int tokenError(ToolContext& context, const CommandSpec& spec, int code) {
-    context.err << "ostrel-token " << spec.name << ": " << describeError(code) << " (code "
+int tokenError(ToolContext& context, const CommandSyntax& syntax, int code) {
+    context.err << "ostrel-token " << syntax.name << ": " << describeError(code) << " (code "
                 << code << ")\n";
     return kExitFailed;
 }

@@ -27,7 +27,7 @@ struct Arguments {
     std::string option(const std::string& name, const std::string& fallback = "") const;
 };
 
-struct CommandSpec {
+struct CommandSyntax {
     const char* name;
     const char* usage;    // the arguments after the command name
     const char* summary;  // one line for the overview
@@ -46,22 +46,22 @@ struct ToolContext {
 using CommandRunner = int (*)(ToolContext& context, const Arguments& arguments);
 
 struct Command {
-    CommandSpec spec;
+    CommandSyntax syntax;
     CommandRunner run;
 };
 
-// Parses words for spec; false with a message for unknown options, missing values or a wrong
+// Parses words for syntax; false with a message for unknown options, missing values or a wrong
 // number of positional arguments.
-bool parseArguments(const CommandSpec& spec, const std::vector<std::string>& words,
+bool parseArguments(const CommandSyntax& syntax, const std::vector<std::string>& words,
                     Arguments& parsed, std::string& error);
 
 // Whole decimal numbers within [minimum, maximum]; false for anything else.
 bool parseNumber(const std::string& text, long minimum, long maximum, long& value);
 
 // Reports a usage error ("ostrel-token NAME: message") and answers kExitUsage.
-int usageError(ToolContext& context, const CommandSpec& spec, const std::string& message);
+int usageError(ToolContext& context, const CommandSyntax& syntax, const std::string& message);
 // Reports a token error with its code and answers kExitFailed.
-int tokenError(ToolContext& context, const CommandSpec& spec, int code);
+int tokenError(ToolContext& context, const CommandSyntax& syntax, int code);
 
 // The command groups, each defined beside its commands.
 const std::vector<Command>& tokenCommands();

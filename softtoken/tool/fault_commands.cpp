@@ -12,7 +12,7 @@ namespace softtoken::tool {
 
 namespace {
 
-const CommandSpec kFault{
+const CommandSyntax kFault{
     "fault", "OPERATION CODE [--times N] | --clear [OPERATION] | --list",
     "The next N calls (default 1; 0: every call until cleared) of the device operation "
     "OPERATION (its name without the ostrel_ prefix, such as signHash) fail with CODE, in "

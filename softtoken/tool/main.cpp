@@ -26,15 +26,15 @@ void printOverview(std::ostream& out) {
            "$OSTREL_TOKEN_STORE, else $XDG_DATA_HOME/ostrel-token, else\n"
            "~/.local/share/ostrel-token.\n\ncommands:\n";
     for (const Command* command : allCommands()) {
-        out << "  " << command->spec.name << " " << command->spec.usage << "\n      "
-            << command->spec.summary << "\n";
+        out << "  " << command->syntax.name << " " << command->syntax.usage << "\n      "
+            << command->syntax.summary << "\n";
     }
     out << "\n'ostrel-token COMMAND --help' describes one command.\n";
 }
 
-void printCommandHelp(const CommandSpec& spec, std::ostream& out) {
-    out << "usage: ostrel-token [--store DIR] " << spec.name << " " << spec.usage << "\n"
-        << spec.summary << "\n";
+void printCommandHelp(const CommandSyntax& syntax, std::ostream& out) {
+    out << "usage: ostrel-token [--store DIR] " << syntax.name << " " << syntax.usage << "\n"
+        << syntax.summary << "\n";
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
     }
     const Command* chosen = nullptr;
     for (const Command* command : allCommands()) {
-        if (name == command->spec.name) chosen = command;
+        if (name == command->syntax.name) chosen = command;
     }
     if (chosen == nullptr) {
         std::cerr << "ostrel-token: unknown command '" << name << "'\n";
@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> rest(words.begin() + static_cast<long>(next), words.end());
     for (const std::string& word : rest) {
         if (word == "--help" || word == "-h") {
-            printCommandHelp(chosen->spec, std::cout);
+            printCommandHelp(chosen->syntax, std::cout);
             return kExitDone;
         }
     }
@@ -85,8 +85,8 @@ int main(int argc, char** argv) {
     ToolContext context{service, std::cout, std::cerr};
     Arguments arguments;
     std::string error;
-    if (!parseArguments(chosen->spec, rest, arguments, error)) {
-        return usageError(context, chosen->spec, error);
+    if (!parseArguments(chosen->syntax, rest, arguments, error)) {
+        return usageError(context, chosen->syntax, error);
     }
     int result = chosen->run(context, arguments);
     service.shutDown();

@@ -11,31 +11,31 @@ namespace softtoken::tool {
 
 namespace {
 
-const CommandSpec kKeygen{
+const CommandSyntax kKeygen{
     "keygen", "SERIAL --type TYPE --pin PIN [--label TEXT] [--id HEX] [--usage sign|decrypt|both]",
     "Generates a key pair on the token. TYPE is one of rsa1024, rsa2048, rsa3072, rsa4096, p256, "
     "p384, p521. Usage defaults to sign for RSA and both for EC.",
     {"--type", "--pin", "--label", "--id", "--usage"}, {}, 1, 1};
-const CommandSpec kImportCert{"import-cert", "SERIAL FILE [--label TEXT] [--id HEX]",
+const CommandSyntax kImportCert{"import-cert", "SERIAL FILE [--label TEXT] [--id HEX]",
                               "Stores a certificate (PEM or DER) on the token.",
                               {"--label", "--id"}, {}, 2, 2};
-const CommandSpec kImportKey{
+const CommandSyntax kImportKey{
     "import-key", "SERIAL FILE --pin PIN [--label TEXT] [--id HEX]",
     "Stores a private key (PKCS #8, PKCS #1 or SEC 1; PEM or DER) as a key pair on the token.",
     {"--pin", "--label", "--id"}, {}, 2, 2};
 
 // The label and CKA_ID options shared by the commands; false after reporting a usage error.
-bool readLabelAndId(ToolContext& context, const CommandSpec& spec, const Arguments& arguments,
+bool readLabelAndId(ToolContext& context, const CommandSyntax& syntax, const Arguments& arguments,
                     std::size_t labelLimit, std::string& label, Bytes& id, int& exitCode) {
     label = arguments.option("--label");
     if (label.size() > labelLimit) {
-        exitCode = usageError(context, spec,
+        exitCode = usageError(context, syntax,
                               "--label is at most " + std::to_string(labelLimit) + " bytes");
         return false;
     }
     if (arguments.has("--id") &&
         (!fromHex(arguments.option("--id"), id) || id.size() > kObjectIdCapacity)) {
-        exitCode = usageError(context, spec, "--id takes up to 128 bytes in hexadecimal");
+        exitCode = usageError(context, syntax, "--id takes up to 128 bytes in hexadecimal");
         return false;
     }
     return true;

@@ -13,7 +13,7 @@ namespace softtoken::tool {
 
 namespace {
 
-const CommandSpec kInit{
+const CommandSyntax kInit{
     "init", "SERIAL --label TEXT --pin PIN [--so-pin PIN] [--model TEXT] [--firmware TEXT] "
             "[--pin-changed 0|1] [--retries N] [--capacity N]",
     "Creates a token with this serial number and plugs it. Defaults: model SW1-SOFT, firmware "
@@ -21,31 +21,31 @@ const CommandSpec kInit{
     {"--label", "--pin", "--so-pin", "--model", "--firmware", "--pin-changed", "--retries",
      "--capacity"},
     {}, 1, 1};
-const CommandSpec kInitBlank{"init-blank", "ID",
+const CommandSyntax kInitBlank{"init-blank", "ID",
                              "Plugs a device that holds no usable token (its serial is empty).",
                              {}, {}, 1, 1};
-const CommandSpec kList{"list", "", "Lists the devices: plugged ones in plug order, then the rest.",
+const CommandSyntax kList{"list", "", "Lists the devices: plugged ones in plug order, then the rest.",
                         {}, {}, 0, 0};
-const CommandSpec kShow{"show", "SERIAL", "Shows a token with its key pairs and certificates.",
+const CommandSyntax kShow{"show", "SERIAL", "Shows a token with its key pairs and certificates.",
                         {}, {}, 1, 1};
-const CommandSpec kPlug{"plug", "SERIAL", "Plugs a device in; it goes to the end of the plug order.",
+const CommandSyntax kPlug{"plug", "SERIAL", "Plugs a device in; it goes to the end of the plug order.",
                         {}, {}, 1, 1};
-const CommandSpec kUnplug{"unplug", "SERIAL", "Pulls a device out.", {}, {}, 1, 1};
-const CommandSpec kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {}, 1, 1};
-const CommandSpec kSet{"set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
+const CommandSyntax kUnplug{"unplug", "SERIAL", "Pulls a device out.", {}, {}, 1, 1};
+const CommandSyntax kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {}, 1, 1};
+const CommandSyntax kSet{"set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
                        "Changes one field of a token; retries sets the maximum and the live count.",
                        {}, {}, 3, 3};
 
 // Runs one change in the store and reports its failure.
 template <typename Change>
-int storeChange(ToolContext& context, const CommandSpec& spec, Change change) {
+int storeChange(ToolContext& context, const CommandSyntax& syntax, Change change) {
     int result = context.service.store().write(change);
-    return result == kOk ? kExitDone : tokenError(context, spec, result);
+    return result == kOk ? kExitDone : tokenError(context, syntax, result);
 }
 
-int snapshotOrFail(ToolContext& context, const CommandSpec& spec, SnapshotPtr& snapshot) {
+int snapshotOrFail(ToolContext& context, const CommandSyntax& syntax, SnapshotPtr& snapshot) {
     int result = context.service.snapshot(snapshot);
-    return result == kOk ? kExitDone : tokenError(context, spec, result);
+    return result == kOk ? kExitDone : tokenError(context, syntax, result);
 }
 
 int runInit(ToolContext& context, const Arguments& arguments) {
