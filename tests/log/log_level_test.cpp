@@ -1,5 +1,7 @@
 // The level setting and which messages it lets through.
+#include <cstdint>
 #include <optional>
+#include <string>
 
 #include "log/log.h"
 #include "log_test_fixture.h"
@@ -7,69 +9,60 @@
 namespace {
 
 struct LevelCase {
-    std::optional<std::string> settings;  // file content; nothing: no settings file
+    std::optional<std::int64_t> setting;  // nothing: not configured
     int level = 0;
 };
+
+std::string describe(const std::optional<std::int64_t>& setting) {
+    return setting ? "logLevel " + std::to_string(*setting) : "no logLevel";
+}
 
 TEST_F(LogTest, LevelFollowsTheSettingFirstByteRules) {
     const LevelCase cases[] = {
         {std::nullopt, 2},
-        {"", 2},
-        {"logLevel=3\n", 3},
-        {"logLevel=1\n", 1},
-        {"logLevel=0\n", 0},
-        {"logLevel=7\n", 2},
-        {"logLevel=127\n", 2},
-        // Only the low byte counts, as only the first byte of the registry value does.
-        {"logLevel=256\n", 0},
-        {"logLevel=259\n", 3},
-        {"logLevel=255\n", -1},
-        {"logLevel=128\n", -128},
-        {"logLevel=-1\n", -1},
-        // Not a number: like the registry string "3", it is not a level.
-        {"logLevel=\"3\"\n", 2},
-        {"logLevel=three\n", 2},
-        {"logLevel=3x\n", 2},
-        {"logLevel=99999999999999999999\n", 2},
-        {"logLevelX=3\n", 2},
-        {"# machine settings\nother=1\n  logLevel = 3 \r\n", 3},
-        {"logLevel=3\nlogLevel=1\n", 3},
-        {"logLevel=junk\nlogLevel=3\n", 2},
+        {3, 3},
+        {2, 2},
+        {1, 1},
+        {0, 0},
+        {7, 2},
+        {127, 2},
+        // Only the first byte counts: 256 is 0, 259 is 3, 255 and -1 are -1, 128 is -128.
+        {256, 0},
+        {259, 3},
+        {255, -1},
+        {-1, -1},
+        {128, -128},
     };
-    // Read anew on every call: each case rewrites the file between calls.
+    // Read anew on every call: each case changes the setting between calls.
     for (const LevelCase& test : cases) {
-        SCOPED_TRACE(test.settings.value_or("<no settings file>"));
-        if (test.settings) {
-            writeSettings(*test.settings);
-        } else {
-            fs::remove(settingsFile_);
-        }
+        SCOPED_TRACE(describe(test.setting));
+        setLevelSetting(test.setting);
         EXPECT_EQ(getLogLevel(), test.level);
     }
 }
 
 struct GateCase {
-    const char* settings;
+    std::optional<std::int64_t> setting;
     const char* written;  // nullptr: the log folders are not even touched
 };
 
 TEST_F(LogTest, LevelDecidesWhichMessagesAreWritten) {
     const GateCase cases[] = {
-        {"", "ERROR ::=>error message\n"},
-        {"logLevel=2\n", "ERROR ::=>error message\n"},
-        {"logLevel=7\n", "ERROR ::=>error message\n"},
-        {"logLevel=3\n", "DEBUG ::=>info message\nERROR ::=>error message\n"},
-        {"logLevel=1\n", nullptr},
-        {"logLevel=0\n", nullptr},
-        {"logLevel=255\n", nullptr},
+        {std::nullopt, "ERROR ::=>error message\n"},
+        {2, "ERROR ::=>error message\n"},
+        {7, "ERROR ::=>error message\n"},
+        {3, "DEBUG ::=>info message\nERROR ::=>error message\n"},
+        {1, nullptr},
+        {0, nullptr},
+        {255, nullptr},
     };
     for (const GateCase& test : cases) {
-        SCOPED_TRACE(test.settings);
+        SCOPED_TRACE(describe(test.setting));
         cleanTemporaryFolder();
         if (test.written != nullptr) {
             makeLogFolders();
         }
-        writeSettings(test.settings);
+        setLevelSetting(test.setting);
         testing::internal::CaptureStdout();
         logInfo("info message");
         logError("error message");
@@ -81,5 +74,51 @@ TEST_F(LogTest, LevelDecidesWhichMessagesAreWritten) {
         }
     }
 }
+
+#if defined(_WIN32)
+
+// The registry value may have any type and its first byte is the level; data that does not fit
+// in 32 bytes cannot be read at all.
+TEST_F(LogTest, RegistryValueOfAnyTypeUpTo32Bytes) {
+    std::vector<unsigned char> bytes(32, 0);
+    bytes[0] = 3;
+    ASSERT_EQ(testregistry::setLogLevelBinary(bytes), 0);
+    EXPECT_EQ(getLogLevel(), 3);
+    bytes.push_back(0);
+    ASSERT_EQ(testregistry::setLogLevelBinary(bytes), 0);
+    EXPECT_EQ(getLogLevel(), 2);
+    // The string "3" starts with the character code 0x33, which is above 3.
+    ASSERT_EQ(testregistry::setLogLevelString("3"), 0);
+    EXPECT_EQ(getLogLevel(), 2);
+}
+
+#else
+
+// The settings file stands in for the registry: the first "logLevel" line decides, and a value
+// that is not a decimal number is not a level, as the registry string "3" is not one.
+TEST_F(LogTest, SettingsFileLines) {
+    const struct {
+        const char* settings;
+        int level;
+    } cases[] = {
+        {"", 2},
+        {"logLevel=\"3\"\n", 2},
+        {"logLevel=three\n", 2},
+        {"logLevel=3x\n", 2},
+        {"logLevel=\n", 2},
+        {"logLevel=99999999999999999999\n", 2},
+        {"logLevelX=3\n", 2},
+        {"# machine settings\nother=1\n  logLevel = 3 \r\n", 3},
+        {"logLevel=3\nlogLevel=1\n", 3},
+        {"logLevel=junk\nlogLevel=3\n", 2},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.settings);
+        writeSettings(test.settings);
+        EXPECT_EQ(getLogLevel(), test.level);
+    }
+}
+
+#endif
 
 }  // namespace

@@ -1,4 +1,14 @@
 // What a line looks like, where it goes, and how the folders come to exist.
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#endif
+
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -7,6 +17,29 @@
 #include "log_test_fixture.h"
 
 namespace {
+
+// Runs program with one argument and waits for it; true when it ran and exited with 0.
+bool runProgram(const fs::path& program, const std::string& argument) {
+#if defined(_WIN32)
+    std::string commandLine = "\"" + program.string() + "\" \"" + argument + "\"";
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    if (!::CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                          &startup, &process)) {
+        return false;
+    }
+    ::WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD exitCode = 1;
+    ::GetExitCodeProcess(process.hProcess, &exitCode);
+    ::CloseHandle(process.hThread);
+    ::CloseHandle(process.hProcess);
+    return exitCode == 0;
+#else
+    const std::string command = "'" + program.string() + "' '" + argument + "'";
+    return std::system(command.c_str()) == 0;
+#endif
+}
 
 TEST_F(LogTest, LineIsTimeStampTagMessageAndLineFeed) {
     makeLogFolders();
@@ -26,6 +59,7 @@ TEST_F(LogTest, LineIsTimeStampTagMessageAndLineFeed) {
               "INFO  ::=>level four\n"
               "INFO  ::=>negative level\n"
               "ERROR ::=>\n");
+    // Binary mode: no carriage return, on Windows either.
     EXPECT_EQ(content.find('\r'), std::string::npos);
 
     // Day first, then month, as in the file's date; then a plausible time of day.
@@ -64,6 +98,10 @@ TEST_F(LogTest, FirstMessageMakesMakerFolderAndIsLost) {
     EXPECT_EQ(std::distance(fs::directory_iterator(makerFolder()), fs::directory_iterator()), 1);
 }
 
+#if !defined(_WIN32)
+// Every writer opens the file for appending by itself and writes a line in one call, which POSIX
+// appends whole. The Windows C runtime moves to the end of the file before each write instead,
+// so lines of concurrent writers are not guaranteed to stay whole there; the log accepts that.
 TEST_F(LogTest, ThreadsAppendWholeLines) {
     makeLogFolders();
     constexpr int kThreads = 4;
@@ -88,14 +126,16 @@ TEST_F(LogTest, ThreadsAppendWholeLines) {
     }
     EXPECT_EQ(count, kThreads * kLines);
 }
+#endif
 
 // The host's executable name is cut before its first ".": a.b.exe logs into the folder "a".
 TEST_F(LogTest, ProcessFolderIsExecutableNameBeforeFirstDot) {
-    const fs::path host = root_ / "host.with.dots";
-    fs::copy_file(OSTREL_LOG_PROBE, host);
+    // The probe is built beside this program, whose folder the log's code reports as its own.
+    const fs::path probe = fs::path(platform::moduleFolder()) / OSTREL_LOG_PROBE_NAME;
+    const fs::path host = root_ / ("host.with.dots" + probe.extension().string());
+    fs::copy_file(probe, host);
     fs::create_directory(makerFolder());
-    const std::string command = "'" + host.string() + "' 'probe line'";
-    ASSERT_EQ(std::system(command.c_str()), 0);
+    ASSERT_TRUE(runProgram(host, "probe line"));
     EXPECT_EQ(withoutTimeStamps(readFile(makerFolder() / "host" / todaysLogFileName())),
               "ERROR ::=>probe line\n");
 }

@@ -1,19 +1,29 @@
-// Common ground of the log tests: every test gets its own temporary folder (TMPDIR) and its own
-// settings file, and reads back what the log wrote there.
+// Common ground of the log tests: every test gets its own temporary folder and its own log-level
+// setting, and reads back what the log wrote there.
+//  - POSIX: TMPDIR names the temporary folder; the level comes from a settings file of the
+//    test's own (platform::setSettingsFilePathForTesting).
+//  - Windows: TMP and TEMP name it (GetTempPathA reads them); the level is the registry value in
+//    an HKEY_LOCAL_MACHINE private to the test process (testregistry::PrivateLocalMachine).
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <random>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
+#if defined(_WIN32)
+#include "support/windows_registry.h"
+#endif
 
 namespace fs = std::filesystem;
 
@@ -59,34 +69,54 @@ inline std::string withoutTimeStamps(const std::string& text) {
 class LogTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* previous = std::getenv("TMPDIR");
-        if (previous != nullptr) {
-            previousTmpdir_ = previous;
-        }
-        std::string pattern = (fs::temp_directory_path() / "ostrel-log-test-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
+        root_ = newPrivateFolder();
         tmp_ = root_ / "tmp";
         fs::create_directory(tmp_);
-        ::setenv("TMPDIR", tmp_.c_str(), 1);
+        for (const char* name : kTemporaryFolderVariables) {
+            const char* previous = std::getenv(name);
+            previousVariables_.push_back(
+                {name, previous != nullptr ? std::optional<std::string>(previous) : std::nullopt});
+            setEnvironment(name, tmp_.string());
+        }
+#if !defined(_WIN32)
         settingsFile_ = root_ / "ostrel.conf";
         platform::setSettingsFilePathForTesting(settingsFile_.string());
+#endif
     }
 
     void TearDown() override {
+#if !defined(_WIN32)
         platform::setSettingsFilePathForTesting("");
-        if (previousTmpdir_) {
-            ::setenv("TMPDIR", previousTmpdir_->c_str(), 1);
-        } else {
-            ::unsetenv("TMPDIR");
+#endif
+        for (const auto& [name, value] : previousVariables_) {
+            setEnvironment(name, value);
         }
         std::error_code ignored;
         fs::remove_all(root_, ignored);
     }
 
+    // The machine-wide level: nothing configured, or a number. POSIX writes "logLevel=N" into
+    // the settings file; Windows writes N as a REG_DWORD, whose first byte is N's low byte, the
+    // byte that the settings file's number stands in for.
+    void setLevelSetting(std::optional<std::int64_t> level) const {
+#if defined(_WIN32)
+        ASSERT_EQ(level ? testregistry::setLogLevelDword(static_cast<std::uint32_t>(*level))
+                        : testregistry::deleteLogLevel(),
+                  0);
+#else
+        if (level) {
+            writeSettings("logLevel=" + std::to_string(*level) + "\n");
+        } else {
+            fs::remove(settingsFile_);
+        }
+#endif
+    }
+
+#if !defined(_WIN32)
     void writeSettings(const std::string& text) const {
         std::ofstream(settingsFile_, std::ios::binary | std::ios::trunc) << text;
     }
+#endif
 
     fs::path makerFolder() const { return tmp_ / "Kelvanetics"; }
     fs::path processFolder() const { return makerFolder() / kTestProcessName; }
@@ -104,10 +134,49 @@ protected:
         fs::create_directory(tmp_);
     }
 
-    fs::path root_;
-    fs::path tmp_;
+    fs::path root_;  // private to the test; tmp_ and (POSIX) the settings file live in it
+    fs::path tmp_;   // the temporary folder as the OS reports it to the log
+#if !defined(_WIN32)
     fs::path settingsFile_;
+#endif
 
 private:
-    std::optional<std::string> previousTmpdir_;
+#if defined(_WIN32)
+    // GetTempPathA takes TMP, else TEMP.
+    static constexpr const char* kTemporaryFolderVariables[] = {"TMP", "TEMP"};
+#else
+    static constexpr const char* kTemporaryFolderVariables[] = {"TMPDIR"};
+#endif
+
+    static void setEnvironment(const char* name, const std::optional<std::string>& value) {
+#if defined(_WIN32)
+        _putenv_s(name, value ? value->c_str() : "");  // an empty value removes the variable
+#else
+        if (value) {
+            ::setenv(name, value->c_str(), 1);
+        } else {
+            ::unsetenv(name);
+        }
+#endif
+    }
+
+    static fs::path newPrivateFolder() {
+        std::random_device random;
+        for (;;) {
+            const fs::path folder =
+                fs::temp_directory_path() / ("ostrel-log-test-" + std::to_string(random()));
+            if (fs::create_directory(folder)) {
+                return folder;
+            }
+        }
+    }
+
+    struct SavedVariable {
+        const char* name;
+        std::optional<std::string> value;
+    };
+    std::vector<SavedVariable> previousVariables_;
+#if defined(_WIN32)
+    testregistry::PrivateLocalMachine localMachine_;  // starts with no logLevel value
+#endif
 };

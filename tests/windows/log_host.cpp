@@ -1,7 +1,6 @@
 // A stand-in application: loads ostrel-pkcs11.dll from its own folder as applications do and
 // asks for the library information before initialising, which the module refuses and logs.
-// The tests run it under names such as host.with.dots.exe. Exit code 0 when both calls answered
-// as expected.
+// Exit code 0 when both calls answered as expected.
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
