@@ -9,8 +9,10 @@
 #include <windows.h>
 // psapi.h needs windows.h first.
 #include <psapi.h>
-#include <share.h>
+#include <fcntl.h>
+#include <io.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
@@ -77,9 +79,28 @@ std::string localDateText() {
 }
 
 std::FILE* openLogFileForAppend(const std::string& path, std::size_t /*ownFoldersFrom*/) {
-    // The temporary folder is private to the user here; other writers of the same process
-    // (the device monitor) must be able to append at the same time, hence no deny mode.
-    return ::_fsopen(path.c_str(), "ab", _SH_DENYNO);
+    // The temporary folder is private to the user here. Other writers (the device monitor,
+    // other threads, other processes of the same name) append at the same time, hence full
+    // sharing. Opened with append access only, so that Windows puts every write at the end of
+    // the file as one piece: the C runtime's own "a" mode seeks and then writes, and two
+    // writers could overwrite each other's lines.
+    const HANDLE file = ::CreateFileA(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    const int descriptor =
+        ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file), _O_APPEND | _O_BINARY);
+    if (descriptor == -1) {
+        ::CloseHandle(file);
+        return nullptr;
+    }
+    std::FILE* stream = ::_fdopen(descriptor, "ab");
+    if (stream == nullptr) {
+        ::_close(descriptor);  // closes the handle too
+    }
+    return stream;
 }
 
 std::optional<std::string> environmentVariable(const char* name) {

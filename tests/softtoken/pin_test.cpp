@@ -102,26 +102,5 @@ TEST_F(PinTest, SecurityOfficerPinHasItsOwnCount) {
     EXPECT_EQ(validate(instance_, "87654321", &retries, 3), kErrArguments);
 }
 
-TEST_F(PinTest, FirstCheckStaysWithinBudgetAndLaterChecksAreFree) {
-    // A service of its own: nothing cached yet.
-    TokenService fresh(folder_.path());
-    SnapshotPtr snapshot;
-    ASSERT_EQ(fresh.snapshot(snapshot), 0);
-    const DeviceRecord* device = snapshot->findDevice(kSerial);
-    ASSERT_NE(device, nullptr);
-    auto time = [&] {
-        double start = threadCpuMilliseconds();
-        EXPECT_EQ(fresh.pins().check(*device, kPin, PinKind::User, nullptr, nullptr), 0);
-        return threadCpuMilliseconds() - start;
-    };
-    double first = time();
-    double second = time();
-    RecordProperty("first_check_ms", std::to_string(first));
-    std::printf("PIN check: first %.2f ms, cached %.3f ms\n", first, second);
-    EXPECT_LT(first, 30.0);  // about 6 ms; the budget is 20 ms, and sanitizers add some
-    EXPECT_GT(first, 20 * second);  // the derivation is what is saved
-    EXPECT_LT(second, 1.0);
-}
-
 }  // namespace
 }  // namespace softtoken::testing

@@ -205,26 +205,5 @@ TEST_F(SigningTest, SigningNeedsRoomTheRightPinAndAKnownKey) {
               kErrNoDevice);
 }
 
-// The module with this token should come close to plain OpenSSL; the library's own share of a
-// signature is the PIN cache lookup, the key cache and the store's change check.
-TEST_F(SigningTest, SignatureCostsLittleMoreThanOpenssl) {
-    constexpr int kRounds = 300;
-    PkeyPtr reference = opensslKey("RSA", "2048");
-    Bytes digest = sha(EVP_sha256(), kMessage);
-    auto elapsed = [](auto&& body) {
-        double start = threadCpuMilliseconds();
-        for (int i = 0; i < kRounds; ++i) body();
-        return (threadCpuMilliseconds() - start) / 1e3;
-    };
-    sign(pair(kKeyTypeRsa2048), digest, false);  // warm the caches
-    double openssl = elapsed([&] { opensslSign(reference.get(), digest, RSA_PKCS1_PADDING); });
-    double token = elapsed([&] { sign(pair(kKeyTypeRsa2048), digest, false); });
-    double ratio = openssl / token;
-    std::printf("RSA-2048 PKCS#1 sign: OpenSSL %.1f us, token %.1f us, ratio %.2f\n",
-                openssl / kRounds * 1e6, token / kRounds * 1e6, ratio);
-    RecordProperty("speed_ratio", std::to_string(ratio));
-    EXPECT_GT(ratio, 0.7);  // 0.9 and better when the host is quiet
-}
-
 }  // namespace
 }  // namespace softtoken::testing

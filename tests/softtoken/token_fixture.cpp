@@ -118,12 +118,6 @@ PkeyPtr publicKeyFromRecord(const OstrelKeyPair& pair) {
                      : ecPublicKey(*type, pair.publicValue, size);
 }
 
-double threadCpuMilliseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
-}
-
 Bytes sha(const EVP_MD* digest, const std::string& message) {
     Bytes out(static_cast<std::size_t>(EVP_MD_get_size(digest)));
     unsigned int size = 0;

@@ -61,10 +61,6 @@ protected:
     DeviceInstance instance_ = nullptr;
 };
 
-// CPU time of the calling thread in milliseconds: timing checks measure work, not how busy the
-// host is.
-double threadCpuMilliseconds();
-
 // Public keys for checking the token's output with libcrypto alone.
 PkeyPtr publicKeyFromRecord(const OstrelKeyPair& pair);
 Bytes sha(const EVP_MD* digest, const std::string& message);
