@@ -2,7 +2,6 @@
 // append on their own and their lines may interleave, but each line goes out in one write.
 #include <cstdio>
 #include <exception>
-#include <memory>
 
 #include "log/log.h"
 #include "log/log_internal.h"
@@ -11,10 +10,6 @@
 namespace {
 
 using logdetail::printToStdout;
-
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // Every tag is ten characters. Levels other than 1, 2 and 3 get the INFO tag.
 const char* levelTag(int level) {
@@ -59,19 +54,13 @@ void writeLine(int level, const std::string& message) {
     logdetail::appendBounded(path, platform::localDateText());
     logdetail::appendBounded(path, ".LOG");
 
-    const std::unique_ptr<std::FILE, FileCloser> file(
-        platform::openLogFileForAppend(path, baseLength));
-    if (!file) {
-        printToStdout("\nUnable to write log");
-        return;
-    }
     std::string line = timeStamp(platform::localTime());
     line += levelTag(level);
     line += message;  // as given, line feeds and all
-    line += '\n';     // binary mode: no carriage return
-    std::setvbuf(file.get(), nullptr, _IONBF, 0);
-    std::fwrite(line.data(), 1, line.size(), file.get());
-    std::fflush(file.get());
+    line += '\n';     // binary: no carriage return
+    if (!platform::appendToFile(path, baseLength, line)) {
+        printToStdout("\nUnable to write log");
+    }
 }
 
 }  // namespace

@@ -56,14 +56,15 @@ LocalTime localTime();
 // Today's local date as "%Y-%m-%d".
 std::string localDateText();
 
-// Opens path for appending bytes in binary mode, creating the file when missing, shared with
-// other writers; null when it cannot be opened. The caller closes it with std::fclose.
+// Appends text to the file at path, creating it when missing, as one write at the end of the
+// file, so that lines of concurrent writers (other threads, other processes) stay whole; the
+// file is opened and closed again, nothing is kept. False when it cannot be opened or written.
 //
 // The folders of path that lie after its first ownFoldersFrom bytes are the module's own. On
 // POSIX, where the temporary folder is shared by all users, each of them must be a real
 // directory (not a symbolic link) owned by the current user, and the file itself must not be a
-// symbolic link; otherwise nothing is opened. A created file is readable by its owner only.
-std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersFrom);
+// symbolic link; otherwise nothing is written. A created file is readable by its owner only.
+bool appendToFile(const std::string& path, std::size_t ownFoldersFrom, const std::string& text);
 
 // Value of an environment variable; nothing when it is not set.
 std::optional<std::string> environmentVariable(const char* name);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <ctime>
@@ -203,7 +204,7 @@ std::string localDateText() {
     return text;
 }
 
-std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersFrom) {
+bool appendToFile(const std::string& path, std::size_t ownFoldersFrom, const std::string& text) {
     if (ownFoldersFrom > path.size()) {
         ownFoldersFrom = path.size();
     }
@@ -214,12 +215,12 @@ std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersF
     }
     FileDescriptor folder(::open(base.c_str(), kDirectoryOpenFlags));
     if (!folder.valid()) {
-        return nullptr;
+        return false;
     }
     const std::vector<std::string> components =
         pathComponents(std::string_view(path).substr(ownFoldersFrom));
     if (components.empty()) {
-        return nullptr;
+        return false;
     }
     // Walk our own folders by descriptor so that nothing can be swapped between check and use.
     const uid_t user = ::geteuid();
@@ -228,7 +229,7 @@ std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersF
             ::openat(folder.get(), components[i].c_str(), kDirectoryOpenFlags | O_NOFOLLOW));
         struct stat info {};
         if (!folder.valid() || ::fstat(folder.get(), &info) != 0 || info.st_uid != user) {
-            return nullptr;
+            return false;
         }
     }
     // O_NONBLOCK keeps a planted FIFO from hanging the caller; it changes nothing for a file.
@@ -237,13 +238,22 @@ std::FILE* openLogFileForAppend(const std::string& path, std::size_t ownFoldersF
                  O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
     struct stat info {};
     if (!file.valid() || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return nullptr;
+        return false;
     }
-    std::FILE* stream = ::fdopen(file.get(), "ab");
-    if (stream != nullptr) {
-        file.release();
+    // O_APPEND puts each write at the end as one piece; a regular file takes the whole line
+    // in one call, the loop only guards against a signal cutting it short.
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t result = ::write(file.get(), text.data() + written, text.size() - written);
+        if (result < 0 && errno == EINTR) {
+            continue;
+        }
+        if (result <= 0) {
+            return false;
+        }
+        written += static_cast<std::size_t>(result);
     }
-    return stream;
+    return true;
 }
 
 std::optional<std::string> environmentVariable(const char* name) {

@@ -9,8 +9,6 @@
 #include <windows.h>
 // psapi.h needs windows.h first.
 #include <psapi.h>
-#include <fcntl.h>
-#include <io.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -78,29 +76,27 @@ std::string localDateText() {
     return text;
 }
 
-std::FILE* openLogFileForAppend(const std::string& path, std::size_t /*ownFoldersFrom*/) {
+bool appendToFile(const std::string& path, std::size_t /*ownFoldersFrom*/,
+                  const std::string& text) {
     // The temporary folder is private to the user here. Other writers (the device monitor,
     // other threads, other processes of the same name) append at the same time, hence full
-    // sharing. Opened with append access only, so that Windows puts every write at the end of
-    // the file as one piece: the C runtime's own "a" mode seeks and then writes, and two
-    // writers could overwrite each other's lines.
+    // sharing. The handle has append access only and the write names the end of the file as
+    // its offset, so that Windows puts each line at the end as one piece; the C runtime's "a"
+    // mode seeks and then writes, and two writers could overwrite each other's lines.
     const HANDLE file = ::CreateFileA(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
-        return nullptr;
+        return false;
     }
-    const int descriptor =
-        ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file), _O_APPEND | _O_BINARY);
-    if (descriptor == -1) {
-        ::CloseHandle(file);
-        return nullptr;
-    }
-    std::FILE* stream = ::_fdopen(descriptor, "ab");
-    if (stream == nullptr) {
-        ::_close(descriptor);  // closes the handle too
-    }
-    return stream;
+    OVERLAPPED endOfFile{};
+    endOfFile.Offset = 0xFFFFFFFF;
+    endOfFile.OffsetHigh = 0xFFFFFFFF;
+    DWORD written = 0;
+    const BOOL wrote = ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written,
+                                   &endOfFile);
+    ::CloseHandle(file);
+    return wrote != FALSE && written == text.size();
 }
 
 std::optional<std::string> environmentVariable(const char* name) {
