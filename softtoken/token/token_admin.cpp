@@ -173,19 +173,29 @@ int changeUserPin(TokenService& service, const std::string& deviceId, const std:
         [&](Database& database) { return replaceUserPin(database, deviceId, pin, wrapped); });
 }
 
-int generateKeyPair(TokenService& service, const std::string& deviceId, const std::string& pin,
-                    const KeyPairRequest& request, bool mustBePlugged, OstrelKeyPair* stored) {
-    if (request.type == nullptr) return kErrAlgorithm;
-    if (!requestAcceptable(request)) return kErrArguments;
+namespace {
+
+// A token that has room for one more object, unlocked with the user PIN: its token key.
+int unlockTokenWithRoom(TokenService& service, const std::string& deviceId,
+                        const std::string& pin, bool mustBePlugged, SecretBytes& tokenKey) {
     SnapshotPtr snapshot;
     const DeviceRecord* device = nullptr;
-    // Room is checked before the slow generation as well as when storing.
     if (int result = tokenWithRoom(service, deviceId, mustBePlugged, snapshot, &device);
         result != kOk) {
         return result;
     }
+    return service.pins().check(*device, pin, PinKind::User, nullptr, &tokenKey);
+}
+
+}  // namespace
+
+int generateKeyPair(TokenService& service, const std::string& deviceId, const std::string& pin,
+                    const KeyPairRequest& request, bool mustBePlugged, OstrelKeyPair* stored) {
+    if (request.type == nullptr) return kErrAlgorithm;
+    if (!requestAcceptable(request)) return kErrArguments;
+    // Room is checked before the slow generation as well as when storing.
     SecretBytes tokenKey;
-    if (int result = service.pins().check(*device, pin, PinKind::User, nullptr, &tokenKey);
+    if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
         result != kOk) {
         return result;
     }
@@ -200,14 +210,8 @@ int importKeyPair(TokenService& service, const std::string& deviceId, const std:
     const KeyTypeInfo* type = keyTypeOf(key);
     if (type == nullptr) return kErrKeyType;
     if (!requestAcceptable(request)) return kErrArguments;
-    SnapshotPtr snapshot;
-    const DeviceRecord* device = nullptr;
-    if (int result = tokenWithRoom(service, deviceId, mustBePlugged, snapshot, &device);
-        result != kOk) {
-        return result;
-    }
     SecretBytes tokenKey;
-    if (int result = service.pins().check(*device, pin, PinKind::User, nullptr, &tokenKey);
+    if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
         result != kOk) {
         return result;
     }
