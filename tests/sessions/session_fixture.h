@@ -66,17 +66,7 @@ protected:
                module.userPassword.equals(pin.data(), pin.size());
     }
 
-    // The lines written since the previous call, without those of the device monitor's thread.
-    std::vector<std::string> callLines() {
-        std::vector<std::string> lines = log.newLines();
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const std::string& line) {
-                                       return line.rfind(infoLine("Slot event"), 0) == 0 ||
-                                              line.rfind(infoLine("Session monitor"), 0) == 0;
-                                   }),
-                    lines.end());
-        return lines;
-    }
+    std::vector<std::string> callLines() { return log.newCallLines(); }
     // A rejected call: its code, and exactly its entry line and "<name>: <what>".
     void expectRejected(CK_RV rv, CK_RV expected, const std::string& name,
                         const std::string& what) {

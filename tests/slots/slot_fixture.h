@@ -34,17 +34,7 @@ protected:
         devicedouble::openDeviceListGate();
         C_Finalize(nullptr);
     }
-    // Lines since the previous call, without those the device monitor writes from its thread.
-    Lines callLines() {
-        Lines lines;
-        for (std::string& line : log.newLines()) {
-            if (line.rfind(infoLine("Session monitor thread"), 0) != 0 &&
-                line.rfind(infoLine("Slot event:"), 0) != 0) {
-                lines.push_back(std::move(line));
-            }
-        }
-        return lines;
-    }
+    Lines callLines() { return log.newCallLines(); }
     LogCapture log;
 };
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/platform.h"
 
@@ -123,6 +124,18 @@ std::vector<std::string> LogCapture::newLines() {
                                    all.end());
     seen_ = all.size();
     return fresh;
+}
+
+std::vector<std::string> LogCapture::newCallLines() {
+    std::vector<std::string> lines;
+    for (std::string& line : newLines()) {
+        const bool fromMonitor = line.rfind(infoLine("Session monitor thread"), 0) == 0 ||
+                                 line.rfind(infoLine("Slot event:"), 0) == 0;
+        if (!fromMonitor) {
+            lines.push_back(std::move(line));
+        }
+    }
+    return lines;
 }
 
 bool LogCapture::contains(const std::string& line) const {

@@ -28,6 +28,9 @@ public:
     std::vector<std::string> lines() const;
     // The lines written since the previous call of newLines() (or since construction).
     std::vector<std::string> newLines();
+    // newLines() without what the device monitor writes from its own thread, which lands at
+    // moments no test controls.
+    std::vector<std::string> newCallLines();
     // Forgets what was written so far, for newLines().
     void mark() { seen_ = lines().size(); }
 
