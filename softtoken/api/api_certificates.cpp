@@ -40,10 +40,10 @@ int ostrel_getCertificateDetails(const unsigned char* der, int derLength,
     return guarded([&] {
         OperationFrame frame;
         if (int result = frame.faultOnly("getCertificateDetails"); result != kOk) return result;
-        if (der == nullptr || derLength <= 0) return kErrArguments;
+        if (der == nullptr || derLength <= 0) return kBadArgument;
         X509Ptr certificate = parseCertificate(der, static_cast<std::size_t>(derLength));
         if (certificate == nullptr || !readCertificateDetails(certificate.get(), details)) {
-            return kErrCertificate;
+            return kUnparsable;
         }
         return kOk;
     });

@@ -40,7 +40,7 @@ int secretOutput(const char* operation, SecretBytes& buffer, const char* deviceI
         OperationFrame frame;
         if (int result = frame.begin(operation); result != kOk) return result;
         if (input == nullptr || inputLength <= 0 || output == nullptr || outputLength == nullptr) {
-            return kErrArguments;
+            return kBadArgument;
         }
         PinText pin(password);
         SharedPkey key;
@@ -86,7 +86,7 @@ int ostrel_signHash(const char* deviceId, const unsigned char* keyReference, con
         if (int result = frame.begin("signHash"); result != kOk) return result;
         if (hash == nullptr || hashLength <= 0 || signature == nullptr ||
             signatureLength == nullptr || *signatureLength < 0) {
-            return kErrArguments;
+            return kBadArgument;
         }
         PinText pin(password);
         SharedPkey key;
@@ -104,7 +104,7 @@ int ostrel_signHash(const char* deviceId, const unsigned char* keyReference, con
         }
         if (out.size() > static_cast<std::size_t>(*signatureLength) || out.size() > kMaxOutput) {
             *signatureLength = static_cast<int>(out.size());
-            return kErrBufferTooSmall;
+            return kBufferTooSmall;
         }
         std::copy(out.begin(), out.end(), signature);
         *signatureLength = static_cast<int>(out.size());
@@ -118,16 +118,16 @@ int ostrel_verifySignatureHash(unsigned int keyType, const char*, const unsigned
                                int signatureLength, DeviceInstance, bool isPss) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("verifySignatureHash"); result != kOk) return result;
+        if (int result = frame.faultOnly("verifySignatureHash"); result != kOk) return result;
         if (data == nullptr || dataLength <= 0 || publicKey == nullptr || publicKeyLength <= 0 ||
             signature == nullptr || signatureLength <= 0) {
-            return kErrArguments;
+            return kBadArgument;
         }
         const KeyTypeInfo* type = keyTypeByCode(static_cast<std::int32_t>(keyType));
         KeyTypeInfo rsaType{};
         PkeyPtr key = verificationKey(type, publicKey, static_cast<std::size_t>(publicKeyLength),
                                       rsaType);
-        if (key == nullptr) return kErrArguments;
+        if (key == nullptr) return kBadArgument;
         return verifyHash(key.get(), type != nullptr && !type->rsa ? *type : rsaType, data,
                           static_cast<std::size_t>(dataLength), signature,
                           static_cast<std::size_t>(signatureLength), isPss);
@@ -139,16 +139,16 @@ int ostrel_encrypt(EncryptionType type, PaddingMode padding, const unsigned char
                    const unsigned char* key, int keyLength, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("encrypt"); result != kOk) return result;
+        if (int result = frame.faultOnly("encrypt"); result != kOk) return result;
         if (input == nullptr || inputLength <= 0 || output == nullptr || outputLength == nullptr ||
             key == nullptr || keyLength <= 0) {
-            return kErrArguments;
+            return kBadArgument;
         }
         const KeyTypeInfo* keyType = keyTypeForEncryption(type);
-        if (keyType == nullptr) return kErrAlgorithm;
+        if (keyType == nullptr) return kUnknownAlgorithm;
         PkeyPtr publicKey = rsaPublicKey(key, static_cast<std::size_t>(keyLength));
-        if (publicKey == nullptr) return kErrArguments;
-        if (EVP_PKEY_get_bits(publicKey.get()) != keyType->bits) return kErrKeyType;
+        if (publicKey == nullptr) return kBadArgument;
+        if (EVP_PKEY_get_bits(publicKey.get()) != keyType->bits) return kKeyCannotDoThis;
         Bytes out;
         if (int result = rsaEncrypt(publicKey.get(), padding, input,
                                     static_cast<std::size_t>(inputLength), out);
@@ -168,7 +168,7 @@ int ostrel_decrypt(const char* deviceId, const unsigned char* keyReference, cons
                         inputLength, output, outputLength,
                         [](EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* data,
                            std::size_t size, SecretBytes& plain) {
-                            return type.rsa ? rsaDecrypt(key, data, size, plain) : kErrKeyType;
+                            return type.rsa ? rsaDecrypt(key, data, size, plain) : kKeyCannotDoThis;
                         });
 }
 
@@ -189,12 +189,12 @@ int ostrel_generateRamdomNumber(const char* deviceId, int length, unsigned char*
     return guarded([&] {
         OperationFrame frame;
         if (int result = frame.begin("generateRamdomNumber"); result != kOk) return result;
-        if (length <= 0 || output == nullptr) return kErrArguments;
+        if (length <= 0 || output == nullptr) return kBadArgument;
         const DeviceRecord* device = nullptr;
         if (int result = TokenService::findToken(*frame.snapshot, text(deviceId), true, &device);
             result != kOk) {
             return result;
         }
-        return randomBytes(output, static_cast<std::size_t>(length)) ? kOk : kErrCrypto;
+        return randomBytes(output, static_cast<std::size_t>(length)) ? kOk : kCryptoFailed;
     });
 }

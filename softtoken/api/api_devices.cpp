@@ -35,7 +35,7 @@ void ostrel_createInstance(DeviceInstance* instance) {
     guarded([&] {
         OperationFrame frame;
         // A store that cannot be opened means the library cannot start.
-        if (frame.begin("createInstance") != kOk) return kErrStore;
+        if (int result = frame.begin("createInstance"); result != kOk) return result;
         *instance = makeInstance();
         return kOk;
     });

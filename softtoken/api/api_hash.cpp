@@ -86,7 +86,7 @@ int ostrel_initHash(const char* deviceId, int algorithm, HashContext* context,
     return guarded([&] {
         OperationFrame frame;
         if (int result = frame.begin("initHash"); result != kOk) return result;
-        if (context == nullptr) return kErrArguments;
+        if (context == nullptr) return kBadArgument;
         *context = nullptr;
         const DeviceRecord* device = nullptr;
         if (int result = TokenService::findToken(*frame.snapshot, text(deviceId), true, &device);
@@ -94,13 +94,13 @@ int ostrel_initHash(const char* deviceId, int algorithm, HashContext* context,
             return result;
         }
         const EVP_MD* digest = digestForCode(algorithm);
-        if (digest == nullptr) return kErrAlgorithm;
+        if (digest == nullptr) return kUnknownAlgorithm;
         auto state = std::make_unique<HashState>();
         state->digest.reset(EVP_MD_CTX_new());
         state->owner = instance;
         if (state->digest == nullptr ||
             EVP_DigestInit_ex(state->digest.get(), digest, nullptr) != 1) {
-            return kErrCrypto;
+            return kCryptoFailed;
         }
         *context = state.get();
         add(std::move(state));
@@ -112,15 +112,15 @@ int ostrel_updateHash(HashContext context, const unsigned char* data, int length
                       DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("updateHash"); result != kOk) return result;
+        if (int result = frame.faultOnly("updateHash"); result != kOk) return result;
         HashState* state = borrow(context);
-        if (state == nullptr) return kErrHashContext;
+        if (state == nullptr) return kBadHashContext;
         int result = kOk;
         if (length < 0 || (data == nullptr && length > 0)) {
-            result = kErrArguments;
+            result = kBadArgument;
         } else if (length > 0 && EVP_DigestUpdate(state->digest.get(), data,
                                                   static_cast<std::size_t>(length)) != 1) {
-            result = kErrCrypto;
+            result = kCryptoFailed;
         }
         giveBack(state);
         return result;
@@ -132,12 +132,12 @@ int ostrel_finalHash(HashContext context, unsigned char* digest, int* length, De
         // Taken first: the context ends whatever the result, injected faults included.
         std::unique_ptr<HashState> state = end(context);
         OperationFrame frame;
-        if (int result = frame.begin("finalHash"); result != kOk) return result;
-        if (state == nullptr) return kErrHashContext;
-        if (digest == nullptr || length == nullptr) return kErrArguments;
+        if (int result = frame.faultOnly("finalHash"); result != kOk) return result;
+        if (state == nullptr) return kBadHashContext;
+        if (digest == nullptr || length == nullptr) return kBadArgument;
         unsigned char out[EVP_MAX_MD_SIZE];
         unsigned int size = 0;
-        if (EVP_DigestFinal_ex(state->digest.get(), out, &size) != 1) return kErrCrypto;
+        if (EVP_DigestFinal_ex(state->digest.get(), out, &size) != 1) return kCryptoFailed;
         std::copy(out, out + size, digest);
         *length = static_cast<int>(size);
         return kOk;

@@ -98,11 +98,11 @@ int ostrel_generateKeyPair(const char* deviceId, const char* password, OstrelKey
         if (int result = frame.begin("generateKeyPair"); result != kOk) return result;
         if (keyPair == nullptr || keyPair->objectIdLength < 0 ||
             static_cast<std::size_t>(keyPair->objectIdLength) > kObjectIdCapacity) {
-            return kErrArguments;
+            return kBadArgument;
         }
         KeyPairRequest request;
         request.type = keyTypeByCode(keyPair->keyType);
-        if (request.type == nullptr) return kErrAlgorithm;
+        if (request.type == nullptr) return kUnknownAlgorithm;
         // No usage given: what the module would choose itself (EC pairs also derive keys).
         request.usageFlags = keyPair->usageFlags != 0 ? keyPair->usageFlags
                              : request.type->rsa      ? kKeyUsageSign
@@ -134,7 +134,7 @@ int ostrel_deleteCertificate(const char* deviceId, const unsigned char* certific
     return guarded([&] {
         OperationFrame frame;
         if (int result = frame.begin("deleteCertificate"); result != kOk) return result;
-        if (certificateReference == nullptr) return kErrArguments;
+        if (certificateReference == nullptr) return kBadArgument;
         return deleteCertificate(*frame.service, text(deviceId), certificateReference);
     });
 }
@@ -164,7 +164,7 @@ int ostrel_importCertificate(const char* deviceId, const char*, OstrelCertificat
             static_cast<std::size_t>(certificate->derLength) > kCertificateDerCapacity ||
             certificate->objectIdLength < 0 ||
             static_cast<std::size_t>(certificate->objectIdLength) > kObjectIdCapacity) {
-            return kErrArguments;
+            return kBadArgument;
         }
         Bytes der = recordBytes(certificate->der, certificate->derLength, kCertificateDerCapacity);
         Bytes objectId = recordBytes(certificate->objectId, certificate->objectIdLength,
@@ -187,12 +187,15 @@ int ostrel_importPfx(const char* deviceId, const char* password, ImportPFXDetail
         OperationFrame frame;
         if (int result = frame.begin("importPfx"); result != kOk) return result;
         if (details == nullptr || details->objectId.size() > kObjectIdCapacity) {
-            return kErrArguments;
+            return kBadArgument;
         }
-        if (details->keyKind != 2) return kErrKeyType;  // RSA is the only kind imported so
-        PkeyPtr key = rsaFromComponents(details->modulus, details->privateExponent,
-                                        details->prime1);
-        if (key == nullptr) return kErrArguments;
+        if (details->keyKind != 2) return kKeyCannotDoThis;  // RSA is the only kind imported so
+        PkeyPtr key;
+        if (int result = rsaFromComponents(details->modulus, details->privateExponent,
+                                           details->prime1, key);
+            result != kOk) {
+            return result;
+        }
         KeyPairRequest request;
         request.usageFlags = kKeyUsageSign | kKeyUsageDecrypt;
         // Labels come from applications unbounded; the record holds what fits.

@@ -6,24 +6,25 @@ using namespace softtoken;
 
 int ostrel_validatePassword(const char* deviceId, const char* pin, int userKind, int* retryCount,
                             DeviceInstance) {
+    // Without a device there is no count to report: *retryCount is then left as the caller set
+    // it, never a 0 that would read as a locked PIN.
     int ignored = 0;
     int* retries = retryCount != nullptr ? retryCount : &ignored;
-    *retries = 0;
     return guarded([&] {
         PinKind kind = userKind == 2 ? PinKind::SecurityOfficer : PinKind::User;
         OperationFrame frame;
         int result = frame.begin("validatePassword");
         const DeviceRecord* device = nullptr;
-        if (frame.snapshot != nullptr &&
-            TokenService::findToken(*frame.snapshot, text(deviceId), true, &device) == kOk) {
+        int found = frame.snapshot != nullptr
+                        ? TokenService::findToken(*frame.snapshot, text(deviceId), true, &device)
+                        : kDeviceUnreachable;
+        if (found == kOk) {
             // Also what an injected failure reports: the live count, unchanged.
             *retries = kind == PinKind::User ? device->retriesLeft : device->soRetriesLeft;
         }
         if (result != kOk) return result;
-        if (userKind != 1 && userKind != 2) return kErrArguments;
-        if (device == nullptr) {
-            return TokenService::findToken(*frame.snapshot, text(deviceId), true, &device);
-        }
+        if (userKind != 1 && userKind != 2) return kBadArgument;
+        if (found != kOk) return found;
         PinText given(pin);
         return frame.service->pins().check(*device, given.get(), kind, retries, nullptr);
     });

@@ -30,20 +30,23 @@ void releaseHashContexts(DeviceInstance instance);
 struct OperationFrame {
     std::shared_ptr<TokenService> service;
     SnapshotPtr snapshot;
+    // For operations that address a device: a store that cannot be read answers
+    // kDeviceUnreachable, as an unknown device does.
     int begin(const char* operation);
-    // For operations that need no token (certificate parsing): only an injected fault stops
-    // them; a store that cannot be opened does not.
+    // For operations that need no token (certificate parsing, a running hash, verification and
+    // encryption with a public key given by the caller): only an injected fault stops them; a
+    // store that cannot be opened does not. snapshot may stay null.
     int faultOnly(const char* operation);
 };
 
-// Runs body, turning an escaping exception (out of memory) into kErrInternal: no exception may
+// Runs body, turning an escaping exception (out of memory) into kInternal: no exception may
 // cross into the module.
 template <typename Body>
 int guarded(Body body) noexcept {
     try {
         return body();
     } catch (...) {
-        return kErrInternal;
+        return kInternal;
     }
 }
 

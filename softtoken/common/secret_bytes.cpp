@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/token_error.h"
 
 namespace softtoken {
 
@@ -93,35 +92,6 @@ bool fromHex(const std::string& text, Bytes& out) {
     }
     out = std::move(bytes);
     return true;
-}
-
-const char* describeError(int code) {
-    switch (code) {
-    case kOk: return "success";
-    case kErrArguments: return "invalid argument";
-    case kErrNoDevice: return "no such device, or it is unplugged";
-    case kErrNoToken: return "the device holds no usable token";
-    case kErrObjectNotFound: return "no such key pair or certificate";
-    case kErrExists: return "a device with that identifier already exists";
-    case kErrPinIncorrect: return "incorrect PIN";
-    case kErrPinLocked: return "the PIN is locked";
-    case kErrPinRequired: return "the user PIN is required";
-    case kErrPinLength: return "a PIN must be 4 to 63 bytes long";
-    case kErrNoSoPin: return "the token has no security officer PIN";
-    case kErrKeyType: return "the key cannot perform this operation";
-    case kErrInputSize: return "input size not acceptable for this key";
-    case kErrSignatureInvalid: return "invalid signature";
-    case kErrDecryptFailed: return "decryption failed";
-    case kErrBufferTooSmall: return "output buffer too small";
-    case kErrCertificate: return "the certificate or key could not be parsed";
-    case kErrHashContext: return "invalid hash context";
-    case kErrAlgorithm: return "unknown algorithm or type code";
-    case kErrStorageFull: return "the token is full";
-    case kErrStore: return "the token store failed";
-    case kErrCrypto: return "cryptographic library failure";
-    case kErrInternal: return "internal failure";
-    default: return "unknown error";
-    }
 }
 
 }  // namespace softtoken

@@ -7,7 +7,7 @@ namespace softtoken {
 
 int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer,
                std::size_t size, SecretBytes& secret) {
-    if (type.rsa) return kErrKeyType;
+    if (type.rsa) return kKeyCannotDoThis;
     std::size_t pointSize = 1 + 2 * type.componentBytes;
     // DER OCTET STRING around the point: 04, its length (one byte below 128, else 81 nn), point.
     if (size == pointSize + 2 && peer[0] == 0x04 && peer[1] == pointSize) {
@@ -19,16 +19,16 @@ int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer
         size -= 3;
     }
     PkeyPtr peerKey = ecPublicKey(type, peer, size);
-    if (peerKey == nullptr) return kErrArguments;
+    if (peerKey == nullptr) return kBadArgument;
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     std::size_t length = 0;
     if (context == nullptr || EVP_PKEY_derive_init(context.get()) != 1 ||
         EVP_PKEY_derive_set_peer(context.get(), peerKey.get()) != 1 ||
         EVP_PKEY_derive(context.get(), nullptr, &length) != 1) {
-        return kErrCrypto;
+        return kCryptoFailed;
     }
     SecretBytes out(length);
-    if (EVP_PKEY_derive(context.get(), out.data(), &length) != 1) return kErrCrypto;
+    if (EVP_PKEY_derive(context.get(), out.data(), &length) != 1) return kCryptoFailed;
     out.resize(length);
     secret = std::move(out);
     return kOk;

@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -62,7 +63,14 @@ bool pinMatches(const PinRecord& record, const Bytes& verifier) {
 }
 
 bool randomBytes(unsigned char* out, std::size_t size) {
-    return size <= INT_MAX && RAND_bytes(out, static_cast<int>(size)) == 1;
+    // Bounded requests straight into the caller's memory: any length works without an
+    // allocation of that size, and each request stays within what the DRBG serves at once.
+    constexpr std::size_t kChunk = 64 * 1024;
+    for (std::size_t done = 0; done < size; done += kChunk) {
+        std::size_t chunk = std::min(kChunk, size - done);
+        if (RAND_bytes(out + done, static_cast<int>(chunk)) != 1) return false;
+    }
+    return true;
 }
 
 Bytes randomBytes(std::size_t size) {

@@ -11,21 +11,36 @@ namespace softtoken {
 
 namespace {
 
-int opensslPadding(int padding) {
-    switch (padding) {
-    case kPaddingPkcs1: return RSA_PKCS1_PADDING;
-    case kPaddingOaep: return RSA_PKCS1_OAEP_PADDING;
-    default: return 0;
-    }
-}
+// One RSA padding as the token uses it: OAEP always with MGF1 over the same hash and an empty
+// label.
+struct Padding {
+    int rsaPadding;
+    int oaepHash;  // HashAlgorithmCode; 0 for PKCS #1 v1.5
+    std::size_t overhead;  // bytes of the modulus the padding takes
+};
 
-bool configure(EVP_PKEY_CTX* context, int rsaPadding) {
-    if (EVP_PKEY_CTX_set_rsa_padding(context, rsaPadding) != 1) return false;
-    if (rsaPadding == RSA_PKCS1_OAEP_PADDING) {
-        return EVP_PKEY_CTX_set_rsa_oaep_md(context, EVP_sha1()) == 1 &&
-               EVP_PKEY_CTX_set_rsa_mgf1_md(context, EVP_sha1()) == 1;
-    }
-    return true;
+constexpr Padding kPkcs1{RSA_PKCS1_PADDING, 0, 11};
+constexpr Padding kOaepSha1{RSA_PKCS1_OAEP_PADDING, kHashSha1, 2 * 20 + 2};
+constexpr Padding kOaepSha256{RSA_PKCS1_OAEP_PADDING, kHashSha256, 2 * 32 + 2};
+
+// PaddingMode to padding, for encryption.
+const struct {
+    int mode;
+    const Padding* padding;
+} kEncryptionPaddings[] = {{kPaddingPkcs1, &kPkcs1}, {kPaddingOaep, &kOaepSha1}};
+
+// Decryption is not told the padding: these are tried in order. OAEP first, since a PKCS #1
+// v1.5 block passes OAEP's 160-bit hash check practically never, while an OAEP block unpads as
+// PKCS #1 v1.5 a few times in a thousand; SHA-1 before SHA-256 because it is what PaddingMode
+// 4 encrypts with.
+const Padding* const kDecryptionOrder[] = {&kOaepSha1, &kOaepSha256, &kPkcs1};
+
+bool configure(EVP_PKEY_CTX* context, const Padding& padding) {
+    if (EVP_PKEY_CTX_set_rsa_padding(context, padding.rsaPadding) != 1) return false;
+    if (padding.oaepHash == 0) return true;
+    const EVP_MD* digest = digestForCode(padding.oaepHash);
+    return digest != nullptr && EVP_PKEY_CTX_set_rsa_oaep_md(context, digest) == 1 &&
+           EVP_PKEY_CTX_set_rsa_mgf1_md(context, digest) == 1;
 }
 
 // Newer OpenSSL releases answer a bad PKCS #1 v1.5 block with random bytes instead of an error
@@ -40,14 +55,14 @@ void askForExplicitRejection(EVP_PKEY_CTX* context) {
     EVP_PKEY_CTX_set_params(context, params);
 }
 
-bool tryDecrypt(EVP_PKEY* key, int rsaPadding, const unsigned char* input, std::size_t size,
-                SecretBytes& output) {
+bool tryDecrypt(EVP_PKEY* key, const Padding& padding, const unsigned char* input,
+                std::size_t size, SecretBytes& output) {
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     if (context == nullptr || EVP_PKEY_decrypt_init(context.get()) != 1 ||
-        !configure(context.get(), rsaPadding)) {
+        !configure(context.get(), padding)) {
         return false;
     }
-    if (rsaPadding == RSA_PKCS1_PADDING) askForExplicitRejection(context.get());
+    if (padding.rsaPadding == RSA_PKCS1_PADDING) askForExplicitRejection(context.get());
     std::size_t length = 0;
     if (EVP_PKEY_decrypt(context.get(), nullptr, &length, input, size) != 1) return false;
     SecretBytes out(length);
@@ -61,33 +76,33 @@ bool tryDecrypt(EVP_PKEY* key, int rsaPadding, const unsigned char* input, std::
 
 int rsaEncrypt(EVP_PKEY* key, int padding, const unsigned char* input, std::size_t size,
                Bytes& output) {
-    int rsaPadding = opensslPadding(padding);
-    if (rsaPadding == 0) return kErrAlgorithm;
-    // PKCS #1 v1.5 needs 11 bytes of padding, OAEP with SHA-1 2 * 20 + 2.
-    std::size_t overhead = rsaPadding == RSA_PKCS1_PADDING ? 11 : 42;
+    const Padding* chosen = nullptr;
+    for (const auto& entry : kEncryptionPaddings) {
+        if (entry.mode == padding) chosen = entry.padding;
+    }
+    if (chosen == nullptr) return kUnknownAlgorithm;
     std::size_t modulusSize = static_cast<std::size_t>(EVP_PKEY_get_size(key));
-    if (size + overhead > modulusSize) return kErrInputSize;
+    if (size + chosen->overhead > modulusSize) return kInputSize;
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     if (context == nullptr || EVP_PKEY_encrypt_init(context.get()) != 1 ||
-        !configure(context.get(), rsaPadding)) {
-        return kErrCrypto;
+        !configure(context.get(), *chosen)) {
+        return kCryptoFailed;
     }
     std::size_t length = 0;
-    if (EVP_PKEY_encrypt(context.get(), nullptr, &length, input, size) != 1) return kErrCrypto;
+    if (EVP_PKEY_encrypt(context.get(), nullptr, &length, input, size) != 1) return kCryptoFailed;
     Bytes out(length);
-    if (EVP_PKEY_encrypt(context.get(), out.data(), &length, input, size) != 1) return kErrCrypto;
+    if (EVP_PKEY_encrypt(context.get(), out.data(), &length, input, size) != 1) return kCryptoFailed;
     out.resize(length);
     output = std::move(out);
     return kOk;
 }
 
 int rsaDecrypt(EVP_PKEY* key, const unsigned char* input, std::size_t size, SecretBytes& output) {
-    if (size != static_cast<std::size_t>(EVP_PKEY_get_size(key))) return kErrInputSize;
-    if (tryDecrypt(key, RSA_PKCS1_OAEP_PADDING, input, size, output) ||
-        tryDecrypt(key, RSA_PKCS1_PADDING, input, size, output)) {
-        return kOk;
+    if (size != static_cast<std::size_t>(EVP_PKEY_get_size(key))) return kInputSize;
+    for (const Padding* padding : kDecryptionOrder) {
+        if (tryDecrypt(key, *padding, input, size, output)) return kOk;
     }
-    return kErrDecryptFailed;
+    return kDecryptFailed;
 }
 
 }  // namespace softtoken

@@ -4,6 +4,8 @@
 
 #include <climits>
 
+#include "common/token_error.h"
+
 namespace softtoken {
 
 namespace {
@@ -95,16 +97,19 @@ PkeyPtr rsaPublicKey(const unsigned char* data, std::size_t size) {
     return params ? keyFromParams(params.get(), EVP_PKEY_PUBLIC_KEY) : nullptr;
 }
 
-PkeyPtr rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, const Bytes& prime) {
+int rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, const Bytes& prime,
+                      PkeyPtr& key) {
     if (modulus.empty() || privateExponent.empty() || prime.empty() || modulus.size() > INT_MAX ||
         privateExponent.size() > INT_MAX || prime.size() > INT_MAX) {
-        return nullptr;
+        return kBadArgument;
     }
     RsaComponents c;
     c.n = toBignum(modulus);
     c.d = toBignum(privateExponent);
     c.p = toBignum(prime);
-    if (!c.n || !c.d || !c.p || !completeComponents(c)) return nullptr;
+    if (!c.n || !c.d || !c.p) return kInternal;
+    if (!completeComponents(c)) return kBadArgument;
+    if (!BN_is_word(c.e.get(), kDefaultExponent)) return kKeyCannotDoThis;
     ParamBuildPtr build(OSSL_PARAM_BLD_new());
     if (!build ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_N, c.n.get()) != 1 ||
@@ -115,15 +120,17 @@ PkeyPtr rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, co
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_EXPONENT1, c.dmp1.get()) != 1 ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_EXPONENT2, c.dmq1.get()) != 1 ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_COEFFICIENT1, c.iqmp.get()) != 1) {
-        return nullptr;
+        return kCryptoFailed;
     }
     ParamsPtr params(OSSL_PARAM_BLD_to_param(build.get()));
-    PkeyPtr key = params ? keyFromParams(params.get(), EVP_PKEY_KEYPAIR) : nullptr;
-    if (key == nullptr) return nullptr;
-    // The components came from outside: make sure they really belong together.
-    PkeyCtxPtr check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
-    if (check == nullptr || EVP_PKEY_pairwise_check(check.get()) != 1) return nullptr;
-    return key;
+    PkeyPtr made = params ? keyFromParams(params.get(), EVP_PKEY_KEYPAIR) : nullptr;
+    if (made == nullptr) return kBadArgument;
+    // The components came from outside: make sure they really belong together (p and q prime,
+    // e * d = 1 for both), which the arithmetic above alone does not prove.
+    PkeyCtxPtr check(EVP_PKEY_CTX_new_from_pkey(nullptr, made.get(), nullptr));
+    if (check == nullptr || EVP_PKEY_pairwise_check(check.get()) != 1) return kBadArgument;
+    key = std::move(made);
+    return kOk;
 }
 
 }  // namespace softtoken

@@ -7,45 +7,33 @@ namespace softtoken {
 
 namespace {
 
-// Answers kErrNoDevice when the statement touched no row.
-int changedOne(Database& database, Statement& statement) {
-    if (!statement.run()) return kErrStore;
-    return database.changes() > 0 ? kOk : kErrNoDevice;
-}
-
 bool deviceExists(Database& database, const std::string& deviceId) {
     Statement query(database, "SELECT 1 FROM devices WHERE device_id = ?");
     query.bind(1, deviceId);
     return query.step();
 }
 
+// A statement that must touch the device's row: when it touched none, the device is unknown
+// (kDeviceUnreachable) or, for token fields, blank (kBlankDevice).
+int changedOne(Database& database, Statement& statement, const std::string& deviceId) {
+    if (!statement.run()) return kStoreWriteFailed;
+    if (database.changes() > 0) return kOk;
+    return deviceExists(database, deviceId) ? kBlankDevice : kDeviceUnreachable;
+}
+
 int nextPlugOrder(Database& database, std::int64_t* order) {
     Statement bump(database,
                    "UPDATE counters SET value = value + 1 WHERE name = 'plug_sequence' "
                    "RETURNING value");
-    if (!bump.step()) return kErrStore;
+    if (!bump.step()) return kStoreWriteFailed;
     *order = bump.integer(0);
-    return kOk;
-}
-
-const char* retriesColumn(PinKind kind) {
-    return kind == PinKind::User ? "retries_left" : "so_retries_left";
-}
-
-int readRetries(Database& database, const std::string& deviceId, PinKind kind, int* left) {
-    std::string sql = std::string("SELECT ") + retriesColumn(kind) +
-                      " FROM devices WHERE device_id = ?";
-    Statement query(database, sql.c_str());
-    query.bind(1, deviceId);
-    if (!query.step()) return query.failed() ? kErrStore : kErrNoDevice;
-    if (left != nullptr) *left = static_cast<int>(query.integer(0));
     return kOk;
 }
 
 }  // namespace
 
 int insertToken(Database& database, const NewToken& token) {
-    if (deviceExists(database, token.serial)) return kErrExists;
+    if (deviceExists(database, token.serial)) return kAlreadyExists;
     std::int64_t order = 0;
     if (int result = nextPlugOrder(database, &order); result != kOk) return result;
     Statement insert(database,
@@ -61,117 +49,83 @@ int insertToken(Database& database, const NewToken& token) {
     insert.bind(13, token.userPin.verifier).bind(14, token.soPin.salt);
     insert.bind(15, token.soPin.iterations).bind(16, token.soPin.verifier);
     insert.bind(17, token.wrappedTokenKey);
-    return insert.run() ? kOk : kErrStore;
+    return insert.run() ? kOk : kStoreWriteFailed;
 }
 
 int insertBlankDevice(Database& database, const std::string& deviceId) {
-    if (deviceExists(database, deviceId)) return kErrExists;
+    if (deviceExists(database, deviceId)) return kAlreadyExists;
     std::int64_t order = 0;
     if (int result = nextPlugOrder(database, &order); result != kOk) return result;
     Statement insert(database,
                      "INSERT INTO devices (device_id, blank, plug_order) VALUES (?, 1, ?)");
     insert.bind(1, deviceId).bind(2, order);
-    return insert.run() ? kOk : kErrStore;
+    return insert.run() ? kOk : kStoreWriteFailed;
 }
 
 int plugDevice(Database& database, const std::string& deviceId) {
     Statement query(database, "SELECT plug_order IS NOT NULL FROM devices WHERE device_id = ?");
     query.bind(1, deviceId);
-    if (!query.step()) return query.failed() ? kErrStore : kErrNoDevice;
+    if (!query.step()) return query.failed() ? kStoreWriteFailed : kDeviceUnreachable;
     if (query.integer(0) != 0) return kOk;
     std::int64_t order = 0;
     if (int result = nextPlugOrder(database, &order); result != kOk) return result;
     Statement update(database, "UPDATE devices SET plug_order = ? WHERE device_id = ?");
     update.bind(1, order).bind(2, deviceId);
-    return changedOne(database, update);
+    return changedOne(database, update, deviceId);
 }
 
 int unplugDevice(Database& database, const std::string& deviceId) {
     Statement update(database, "UPDATE devices SET plug_order = NULL WHERE device_id = ?");
     update.bind(1, deviceId);
-    return changedOne(database, update);
+    return changedOne(database, update, deviceId);
 }
 
 int removeDevice(Database& database, const std::string& deviceId) {
     // Key pairs and certificates go with it (ON DELETE CASCADE).
     Statement remove(database, "DELETE FROM devices WHERE device_id = ?");
     remove.bind(1, deviceId);
-    return changedOne(database, remove);
+    return changedOne(database, remove, deviceId);
 }
 
 int setDeviceField(Database& database, const std::string& deviceId, DeviceField field,
                    const std::string& value) {
-    const char* sql = nullptr;
-    bool numeric = true;
-    switch (field) {
-    case DeviceField::Label:
-        sql = "UPDATE devices SET label = ?1 WHERE device_id = ?2 AND blank = 0";
-        numeric = false;
-        break;
-    case DeviceField::Model:
-        sql = "UPDATE devices SET model = ?1 WHERE device_id = ?2 AND blank = 0";
-        numeric = false;
-        break;
-    case DeviceField::Firmware:
-        sql = "UPDATE devices SET firmware = ?1 WHERE device_id = ?2 AND blank = 0";
-        numeric = false;
-        break;
-    case DeviceField::PinChanged:
-        sql = "UPDATE devices SET pin_changed = ?1 WHERE device_id = ?2 AND blank = 0";
-        break;
-    case DeviceField::Retries:
-        sql = "UPDATE devices SET retries_max = ?1, retries_left = ?1, so_retries_left = ?1 "
-              "WHERE device_id = ?2 AND blank = 0";
-        break;
-    case DeviceField::Capacity:
-        sql = "UPDATE devices SET capacity = ?1 WHERE device_id = ?2 AND blank = 0";
-        break;
+    // Blank devices have none of these fields: "AND blank = 0" makes them answer kBlankDevice.
+    static const struct {
+        DeviceField field;
+        bool numeric;
+        const char* sql;
+    } kUpdates[] = {
+        {DeviceField::Label, false, "UPDATE devices SET label = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Model, false, "UPDATE devices SET model = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Firmware, false,
+         "UPDATE devices SET firmware = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::PinChanged, true,
+         "UPDATE devices SET pin_changed = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Retries, true,
+         "UPDATE devices SET retries_max = ?1, retries_left = ?1, so_retries_left = ?1 "
+         "WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Capacity, true,
+         "UPDATE devices SET capacity = ?1 WHERE device_id = ?2 AND blank = 0"},
+    };
+    // Retries 0 locks both PINs the way running out of tries does: the maximum stays, so that
+    // a later "retries N" or nothing else tells what the token allowed.
+    static const char* const kLockPins =
+        "UPDATE devices SET retries_left = 0, so_retries_left = 0 WHERE device_id = ?2 AND "
+        "blank = 0";
+    for (const auto& update : kUpdates) {
+        if (update.field != field) continue;
+        std::int64_t number = update.numeric ? std::stoll(value) : 0;
+        const bool lock = field == DeviceField::Retries && number == 0;
+        Statement statement(database, lock ? kLockPins : update.sql);
+        if (!lock && update.numeric) {
+            statement.bind(1, number);
+        } else if (!lock) {
+            statement.bind(1, value);
+        }
+        statement.bind(2, deviceId);
+        return changedOne(database, statement, deviceId);
     }
-    Statement update(database, sql);
-    if (numeric) {
-        update.bind(1, static_cast<std::int64_t>(std::stoll(value)));
-    } else {
-        update.bind(1, value);
-    }
-    update.bind(2, deviceId);
-    return changedOne(database, update);
-}
-
-int recordPinFailure(Database& database, const std::string& deviceId, PinKind kind, int* left) {
-    std::string sql = std::string("UPDATE devices SET ") + retriesColumn(kind) + " = MAX(" +
-                      retriesColumn(kind) + " - 1, 0) WHERE device_id = ?";
-    Statement update(database, sql.c_str());
-    update.bind(1, deviceId);
-    if (int result = changedOne(database, update); result != kOk) return result;
-    return readRetries(database, deviceId, kind, left);
-}
-
-int recordPinSuccess(Database& database, const std::string& deviceId, PinKind kind, int* left) {
-    int current = 0;
-    if (int result = readRetries(database, deviceId, kind, &current); result != kOk) {
-        return result;
-    }
-    if (current <= 0) {
-        if (left != nullptr) *left = 0;
-        return kErrPinLocked;
-    }
-    std::string sql = std::string("UPDATE devices SET ") + retriesColumn(kind) +
-                      " = retries_max WHERE device_id = ?";
-    Statement update(database, sql.c_str());
-    update.bind(1, deviceId);
-    if (int result = changedOne(database, update); result != kOk) return result;
-    return readRetries(database, deviceId, kind, left);
-}
-
-int replaceUserPin(Database& database, const std::string& deviceId, const PinRecord& pin,
-                   const Bytes& wrappedTokenKey) {
-    Statement update(database,
-                     "UPDATE devices SET user_salt = ?, user_iterations = ?, user_verifier = ?, "
-                     "wrapped_token_key = ?, pin_changed = 1, retries_left = retries_max "
-                     "WHERE device_id = ? AND blank = 0");
-    update.bind(1, pin.salt).bind(2, pin.iterations).bind(3, pin.verifier);
-    update.bind(4, wrappedTokenKey).bind(5, deviceId);
-    return changedOne(database, update);
+    return kBadArgument;
 }
 
 }  // namespace softtoken

@@ -22,8 +22,6 @@ struct NewToken {
     Bytes wrappedTokenKey;
 };
 
-enum class PinKind { User, SecurityOfficer };
-
 // Settable device fields, by the names the tool uses.
 enum class DeviceField { Label, Model, Firmware, PinChanged, Retries, Capacity };
 
@@ -34,17 +32,10 @@ int plugDevice(Database& database, const std::string& deviceId);
 int unplugDevice(Database& database, const std::string& deviceId);
 int removeDevice(Database& database, const std::string& deviceId);
 // Text fields take text; the others take a decimal value in text form, already checked.
-// Retries sets both the maximum and the live count.
+// Retries from 1 sets the maximum and both live counts (user and security officer), which also
+// unlocks; retries 0 sets both live counts to 0 and keeps the maximum, as running out of tries
+// leaves a PIN.
 int setDeviceField(Database& database, const std::string& deviceId, DeviceField field,
                    const std::string& value);
-
-// A wrong PIN: the live count goes down by one (never below 0); *left receives it.
-int recordPinFailure(Database& database, const std::string& deviceId, PinKind kind, int* left);
-// A right PIN: the count goes back to its maximum, unless it reached 0 meanwhile (another
-// process locked the PIN), in which case the answer is kErrPinLocked. *left receives the count.
-int recordPinSuccess(Database& database, const std::string& deviceId, PinKind kind, int* left);
-// A new user PIN with the token key wrapped under it; marks the PIN as changed.
-int replaceUserPin(Database& database, const std::string& deviceId, const PinRecord& pin,
-                   const Bytes& wrappedTokenKey);
 
 }  // namespace softtoken

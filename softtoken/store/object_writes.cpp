@@ -25,30 +25,30 @@ int reserveObjectId(Database& database, const std::string& deviceId, std::uint32
                      "(SELECT COUNT(*) FROM certificates WHERE device_id = ?1) "
                      "FROM devices WHERE device_id = ?1");
     device.bind(1, deviceId);
-    if (!device.step()) return device.failed() ? kErrStore : kErrNoDevice;
-    if (device.integer(0) != 0) return kErrNoToken;
+    if (!device.step()) return device.failed() ? kStoreWriteFailed : kDeviceUnreachable;
+    if (device.integer(0) != 0) return kBlankDevice;
     std::int64_t capacity = device.integer(1);
     std::int64_t next = device.integer(2);
     std::int64_t count = device.integer(3);
     if (count >= capacity || count >= static_cast<std::int64_t>(kMaxObjectId)) {
-        return kErrStorageFull;
+        return kStorageFull;
     }
     if (next < 1 || next > kMaxObjectId) next = 1;
     std::int64_t candidate = next;
     while (idInUse(database, deviceId, candidate)) {
         candidate = candidate >= kMaxObjectId ? 1 : candidate + 1;
-        if (candidate == next) return kErrStorageFull;
+        if (candidate == next) return kStorageFull;
     }
     Statement bump(database, "UPDATE devices SET next_object_id = ? WHERE device_id = ?");
     bump.bind(1, candidate + 1).bind(2, deviceId);
-    if (!bump.run()) return kErrStore;
+    if (!bump.run()) return kStoreWriteFailed;
     *id = static_cast<std::uint32_t>(candidate);
     return kOk;
 }
 
 int deletedOne(Database& database, Statement& statement) {
-    if (!statement.run()) return kErrStore;
-    return database.changes() > 0 ? kOk : kErrObjectNotFound;
+    if (!statement.run()) return kStoreWriteFailed;
+    return database.changes() > 0 ? kOk : kObjectNotFound;
 }
 
 }  // namespace
@@ -64,7 +64,7 @@ int insertKeyPair(Database& database, const std::string& deviceId, const NewKeyP
     insert.bind(4, pair.keyType).bind(5, static_cast<std::int64_t>(pair.usageFlags));
     insert.bind(6, pair.alias).bind(7, pair.objectId).bind(8, pair.publicValue);
     insert.bind(9, pair.sealedPrivateKey);
-    return insert.run() ? kOk : kErrStore;
+    return insert.run() ? kOk : kStoreWriteFailed;
 }
 
 int insertCertificate(Database& database, const std::string& deviceId,
@@ -76,7 +76,7 @@ int insertCertificate(Database& database, const std::string& deviceId,
     insert.bind(1, deviceId).bind(2, static_cast<std::int64_t>(*id));
     insert.bind(3, certificate.reference).bind(4, certificate.der);
     insert.bind(5, certificate.objectId).bind(6, certificate.label);
-    return insert.run() ? kOk : kErrStore;
+    return insert.run() ? kOk : kStoreWriteFailed;
 }
 
 int findCertificateByDer(Database& database, const std::string& deviceId, const Bytes& der,
@@ -84,7 +84,7 @@ int findCertificateByDer(Database& database, const std::string& deviceId, const 
     Statement query(database,
                     "SELECT id, reference FROM certificates WHERE device_id = ? AND der = ?");
     query.bind(1, deviceId).bind(2, der);
-    if (!query.step()) return query.failed() ? kErrStore : kErrObjectNotFound;
+    if (!query.step()) return query.failed() ? kStoreWriteFailed : kObjectNotFound;
     *id = static_cast<std::uint32_t>(query.integer(0));
     *reference = query.blob(1);
     return kOk;

@@ -30,7 +30,7 @@ struct NewCertificate {
     std::string label;
 };
 
-// Both check that the device holds a token with room left (kErrStorageFull otherwise) and answer
+// Both check that the device holds a token with room left (kStorageFull otherwise) and answer
 // the new object's id, small and unique on the device across key pairs and certificates.
 int insertKeyPair(Database& database, const std::string& deviceId, const NewKeyPair& pair,
                   std::uint32_t* id);
@@ -38,7 +38,7 @@ int insertCertificate(Database& database, const std::string& deviceId,
                       const NewCertificate& certificate, std::uint32_t* id);
 
 // The certificate of the device with exactly this DER: kOk with its id and reference, or
-// kErrObjectNotFound.
+// kObjectNotFound.
 int findCertificateByDer(Database& database, const std::string& deviceId, const Bytes& der,
                          std::uint32_t* id, Bytes* reference);
 

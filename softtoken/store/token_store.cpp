@@ -36,11 +36,12 @@ int TokenStore::openLocked() {
     // A connection inherited through fork() belongs to the parent: leave it untouched.
     dropLocked(owner_ == self);
     std::string path = prepareStoreFile(folder_);
-    if (path.empty()) return kErrStore;
+    // A store that cannot be opened cannot be read: to the caller its devices are unreachable.
+    if (path.empty()) return kDeviceUnreachable;
     std::unique_ptr<Database> database = Database::open(path);
-    if (database == nullptr || !ensureSchema(*database)) return kErrStore;
+    if (database == nullptr || !ensureSchema(*database)) return kDeviceUnreachable;
     auto query = std::make_unique<Statement>(*database, "PRAGMA data_version");
-    if (!query->valid()) return kErrStore;
+    if (!query->valid()) return kDeviceUnreachable;
     database_ = std::move(database);
     dataVersionQuery_ = std::move(query);
     owner_ = self;
@@ -72,11 +73,11 @@ int TokenStore::snapshot(SnapshotPtr& out) {
     dataVersionQuery_->reset();
     std::int64_t dataVersion = dataVersionQuery_->step() ? dataVersionQuery_->integer(0) : -1;
     dataVersionQuery_->reset();
-    if (dataVersion < 0) return kErrStore;
+    if (dataVersion < 0) return kDeviceUnreachable;
     if (snapshot_ == nullptr || dataVersion != snapshotDataVersion_ ||
         ownWrites_ != snapshotOwnWrites_) {
         std::shared_ptr<Snapshot> loaded = loadSnapshot(*database_);
-        if (loaded == nullptr) return kErrStore;
+        if (loaded == nullptr) return kDeviceUnreachable;
         loaded->generation = nextGeneration.fetch_add(1);
         snapshot_ = std::move(loaded);
         snapshotDataVersion_ = dataVersion;
@@ -91,10 +92,10 @@ int TokenStore::write(const std::function<int(Database&)>& change) {
     int opened = openLocked();
     if (opened != kOk) return opened;
     WriteTransaction transaction(*database_);
-    if (!transaction.begun()) return kErrStore;
+    if (!transaction.begun()) return kStoreWriteFailed;
     int result = change(*database_);
     if (result != kOk) return result;
-    if (!transaction.commit()) return kErrStore;
+    if (!transaction.commit()) return kStoreWriteFailed;
     ++ownWrites_;
     return kOk;
 }

@@ -37,10 +37,10 @@ int KeyObjects::privateKey(const std::string& deviceId, const KeyPairEntry& pair
     SecretBytes der;
     if (!unseal(tokenKey, pair.sealedPrivateKey, privateKeyContext(deviceId, record.keyReference),
                 der)) {
-        return kErrCrypto;
+        return kCryptoFailed;
     }
     PkeyPtr decoded = decodePrivateKey(der.data(), der.size());
-    if (decoded == nullptr) return kErrCrypto;
+    if (decoded == nullptr) return kCryptoFailed;
     SharedPkey shared = share(std::move(decoded));
     std::lock_guard<std::mutex> lock(mutex_);
     if (keys_.size() >= kMaxCachedKeys) keys_.clear();

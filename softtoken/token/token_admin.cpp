@@ -9,6 +9,7 @@
 #include "crypto/pin_kdf.h"
 #include "crypto/sealing.h"
 #include "store/device_writes.h"
+#include "store/pin_writes.h"
 #include "store/object_writes.h"
 #include "token/token_service.h"
 
@@ -50,19 +51,6 @@ OstrelKeyPair keyPairRecord(std::uint32_t id, const NewKeyPair& pair) {
     return record;
 }
 
-// The device, checked to hold a usable token with room for one more object.
-int tokenWithRoom(TokenService& service, const std::string& deviceId, bool mustBePlugged,
-                  SnapshotPtr& snapshot, const DeviceRecord** device) {
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
-    if (int result = TokenService::findToken(*snapshot, deviceId, mustBePlugged, device);
-        result != kOk) {
-        return result;
-    }
-    return snapshot->objectCount(deviceId) >= static_cast<std::size_t>((*device)->capacity)
-               ? kErrStorageFull
-               : kOk;
-}
-
 int storeKeyPair(TokenService& service, const std::string& deviceId, const SecretBytes& tokenKey,
                  EVP_PKEY* key, const KeyTypeInfo& type, const KeyPairRequest& request,
                  OstrelKeyPair* stored) {
@@ -77,7 +65,7 @@ int storeKeyPair(TokenService& service, const std::string& deviceId, const Secre
         !encodePrivateKey(key, der) ||
         !seal(tokenKey, der.data(), der.size(), privateKeyContext(deviceId, pair.reference.data()),
               pair.sealedPrivateKey)) {
-        return kErrCrypto;
+        return kCryptoFailed;
     }
     std::uint32_t id = 0;
     int result = service.store().write([&](Database& database) {
@@ -92,15 +80,34 @@ int storeKeyPair(TokenService& service, const std::string& deviceId, const Secre
 int authorizeKeyPair(TokenService& service, const std::string& deviceId,
                      const unsigned char* keyReference, const std::string& pin,
                      SnapshotPtr& snapshot, const KeyPairEntry** pair, SecretBytes* tokenKey) {
-    if (keyReference == nullptr) return kErrArguments;
+    if (keyReference == nullptr) return kBadArgument;
     if (int result = service.snapshot(snapshot); result != kOk) return result;
     const DeviceRecord* device = nullptr;
     if (int result = TokenService::findToken(*snapshot, deviceId, true, &device); result != kOk) {
         return result;
     }
     *pair = snapshot->findKeyPair(deviceId, keyReference);
-    if (*pair == nullptr) return kErrObjectNotFound;
+    if (*pair == nullptr) return kObjectNotFound;
     return service.pins().check(*device, pin, PinKind::User, nullptr, tokenKey);
+}
+
+// A token that has room for one more object, unlocked with the user PIN: its token key.
+int unlockTokenWithRoom(TokenService& service, const std::string& deviceId,
+                        const std::string& pin, bool mustBePlugged, SecretBytes& tokenKey) {
+    SnapshotPtr snapshot;
+    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    const DeviceRecord* device = nullptr;
+    if (int result = TokenService::findToken(*snapshot, deviceId, mustBePlugged, &device);
+        result != kOk) {
+        return result;
+    }
+    // A caller without a PIN hears so (or that the PIN is locked) before the room is looked
+    // at: the module reports a full token as full device memory, which would mislead.
+    if (pin.empty()) return service.pins().check(*device, pin, PinKind::User, nullptr, nullptr);
+    if (snapshot->objectCount(deviceId) >= static_cast<std::size_t>(device->capacity)) {
+        return kStorageFull;
+    }
+    return service.pins().check(*device, pin, PinKind::User, nullptr, &tokenKey);
 }
 
 }  // namespace
@@ -116,11 +123,11 @@ int createToken(TokenService& service, const TokenSettings& settings) {
         !textAcceptable(settings.firmware, kMaxTextLength) || settings.retries < 1 ||
         settings.retries > kMaxRetries || settings.capacity < 0 ||
         settings.capacity > static_cast<int>(kMaxObjectId)) {
-        return kErrArguments;
+        return kBadArgument;
     }
     if (!pinLengthAcceptable(settings.userPin) ||
         (!settings.soPin.empty() && !pinLengthAcceptable(settings.soPin))) {
-        return kErrPinLength;
+        return kPinLength;
     }
     NewToken token;
     token.serial = settings.serial;
@@ -136,11 +143,11 @@ int createToken(TokenService& service, const TokenSettings& settings) {
         !makePinRecord(settings.userPin, kPinIterations, token.userPin, &user) ||
         !seal(user.wrappingKey, tokenKey.data(), tokenKey.size(), tokenKeyContext(token.serial),
               token.wrappedTokenKey)) {
-        return kErrCrypto;
+        return kCryptoFailed;
     }
     if (!settings.soPin.empty() &&
         !makePinRecord(settings.soPin, kPinIterations, token.soPin, nullptr)) {
-        return kErrCrypto;
+        return kCryptoFailed;
     }
     return service.store().write(
         [&](Database& database) { return insertToken(database, token); });
@@ -155,44 +162,27 @@ int changeUserPin(TokenService& service, const std::string& deviceId, const std:
         return result;
     }
     if (retriesLeft != nullptr) *retriesLeft = device->retriesLeft;
-    if (!pinLengthAcceptable(newPin)) return kErrPinLength;
-    SecretBytes tokenKey;
-    if (int result = service.pins().check(*device, oldPin, PinKind::User, retriesLeft, &tokenKey);
-        result != kOk) {
-        return result;
-    }
+    if (!pinLengthAcceptable(newPin)) return kPinLength;
+    // The new record is derived before the try, so the transaction that checks the old PIN
+    // also stores the new one: no other check can come between the two.
     PinRecord pin;
     PinDerivation derived;
-    Bytes wrapped;
-    if (!makePinRecord(newPin, kPinIterations, pin, &derived) ||
-        !seal(derived.wrappingKey, tokenKey.data(), tokenKey.size(), tokenKeyContext(deviceId),
-              wrapped)) {
-        return kErrCrypto;
-    }
-    return service.store().write(
-        [&](Database& database) { return replaceUserPin(database, deviceId, pin, wrapped); });
+    if (!makePinRecord(newPin, kPinIterations, pin, &derived)) return kCryptoFailed;
+    const WriteOnSuccess replace = [&](Database& database, const SecretBytes& tokenKey) {
+        Bytes wrapped;
+        if (!seal(derived.wrappingKey, tokenKey.data(), tokenKey.size(), tokenKeyContext(deviceId),
+                  wrapped)) {
+            return kCryptoFailed;
+        }
+        return replaceUserPin(database, deviceId, pin, wrapped);
+    };
+    return service.pins().check(*device, oldPin, PinKind::User, retriesLeft, nullptr, &replace);
 }
-
-namespace {
-
-// A token that has room for one more object, unlocked with the user PIN: its token key.
-int unlockTokenWithRoom(TokenService& service, const std::string& deviceId,
-                        const std::string& pin, bool mustBePlugged, SecretBytes& tokenKey) {
-    SnapshotPtr snapshot;
-    const DeviceRecord* device = nullptr;
-    if (int result = tokenWithRoom(service, deviceId, mustBePlugged, snapshot, &device);
-        result != kOk) {
-        return result;
-    }
-    return service.pins().check(*device, pin, PinKind::User, nullptr, &tokenKey);
-}
-
-}  // namespace
 
 int generateKeyPair(TokenService& service, const std::string& deviceId, const std::string& pin,
                     const KeyPairRequest& request, bool mustBePlugged, OstrelKeyPair* stored) {
-    if (request.type == nullptr) return kErrAlgorithm;
-    if (!requestAcceptable(request)) return kErrArguments;
+    if (request.type == nullptr) return kUnknownAlgorithm;
+    if (!requestAcceptable(request)) return kBadArgument;
     // Room is checked before the slow generation as well as when storing.
     SecretBytes tokenKey;
     if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
@@ -200,7 +190,7 @@ int generateKeyPair(TokenService& service, const std::string& deviceId, const st
         return result;
     }
     PkeyPtr key = generateKey(*request.type);
-    if (key == nullptr) return kErrCrypto;
+    if (key == nullptr) return kCryptoFailed;
     return storeKeyPair(service, deviceId, tokenKey, key.get(), *request.type, request, stored);
 }
 
@@ -208,8 +198,8 @@ int importKeyPair(TokenService& service, const std::string& deviceId, const std:
                   EVP_PKEY* key, const KeyPairRequest& request, bool mustBePlugged,
                   OstrelKeyPair* stored) {
     const KeyTypeInfo* type = keyTypeOf(key);
-    if (type == nullptr) return kErrKeyType;
-    if (!requestAcceptable(request)) return kErrArguments;
+    if (type == nullptr) return kKeyCannotDoThis;
+    if (!requestAcceptable(request)) return kBadArgument;
     SecretBytes tokenKey;
     if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
         result != kOk) {
@@ -224,9 +214,9 @@ int importCertificate(TokenService& service, const std::string& deviceId, const 
     if (der.empty() || der.size() > kCertificateDerCapacity ||
         !textAcceptable(label, kCertificateLabelCapacity - 1) ||
         objectId.size() > kObjectIdCapacity) {
-        return kErrArguments;
+        return kBadArgument;
     }
-    if (parseCertificate(der.data(), der.size()) == nullptr) return kErrCertificate;
+    if (parseCertificate(der.data(), der.size()) == nullptr) return kUnparsable;
     SnapshotPtr snapshot;
     const DeviceRecord* device = nullptr;
     if (int result = service.snapshot(snapshot); result != kOk) return result;
@@ -235,11 +225,11 @@ int importCertificate(TokenService& service, const std::string& deviceId, const 
         return result;
     }
     NewCertificate certificate{randomBytes(kObjectReferenceSize), der, objectId, label};
-    if (certificate.reference.empty()) return kErrCrypto;
+    if (certificate.reference.empty()) return kCryptoFailed;
     std::uint32_t id = 0;
     int result = service.store().write([&](Database& database) {
         int found = findCertificateByDer(database, deviceId, der, &id, &certificate.reference);
-        if (found != kErrObjectNotFound) return found;
+        if (found != kObjectNotFound) return found;
         return insertCertificate(database, deviceId, certificate, &id);
     });
     if (result == kOk && stored != nullptr) {
@@ -287,7 +277,7 @@ int updateKeyPair(TokenService& service, const std::string& deviceId,
                   const std::string* label, const Bytes* objectId) {
     if ((label != nullptr && !textAcceptable(*label, kAliasCapacity - 1)) ||
         (objectId != nullptr && objectId->size() > kObjectIdCapacity)) {
-        return kErrArguments;
+        return kBadArgument;
     }
     SnapshotPtr snapshot;
     const KeyPairEntry* pair = nullptr;
@@ -313,7 +303,7 @@ int unlockPrivateKey(TokenService& service, const std::string& deviceId,
         return result;
     }
     *type = keyTypeByCode(pair->record.keyType);
-    if (*type == nullptr) return kErrKeyType;
+    if (*type == nullptr) return kKeyCannotDoThis;
     return service.keys().privateKey(deviceId, *pair, tokenKey, key);
 }
 

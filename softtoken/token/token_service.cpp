@@ -25,8 +25,8 @@ TokenService::TokenService(std::string storeFolder)
 int TokenService::findToken(const Snapshot& snapshot, const std::string& deviceId,
                             bool mustBePlugged, const DeviceRecord** device) {
     const DeviceRecord* found = snapshot.findDevice(deviceId);
-    if (found == nullptr || (mustBePlugged && !found->plugged())) return kErrNoDevice;
-    if (found->blank) return kErrNoToken;
+    if (found == nullptr || (mustBePlugged && !found->plugged())) return kDeviceUnreachable;
+    if (found->blank) return kBlankDevice;
     *device = found;
     return kOk;
 }

@@ -22,8 +22,8 @@ public:
 
     int snapshot(SnapshotPtr& out) { return store_.snapshot(out); }
 
-    // The device that holds a usable token: kErrNoDevice when unknown (or unplugged, when
-    // mustBePlugged), kErrNoToken when blank.
+    // The device that holds a usable token: kDeviceUnreachable when unknown (or unplugged, when
+    // mustBePlugged), kBlankDevice when blank.
     static int findToken(const Snapshot& snapshot, const std::string& deviceId,
                          bool mustBePlugged, const DeviceRecord** device);
 

@@ -91,7 +91,7 @@ int runImportCert(ToolContext& context, const Arguments& arguments) {
         return usageError(context, kImportCert, "cannot read " + arguments.positional[1]);
     }
     Bytes der = certificateToDer(contents);
-    if (der.empty()) return tokenError(context, kImportCert, kErrCertificate);
+    if (der.empty()) return tokenError(context, kImportCert, kUnparsable);
     OstrelCertificate stored;
     int result =
         importCertificate(context.service, arguments.positional[0], der, label, id, false, &stored);
@@ -114,7 +114,7 @@ int runImportKey(ToolContext& context, const Arguments& arguments) {
         return usageError(context, kImportKey, "cannot read " + arguments.positional[1]);
     }
     PkeyPtr key = decodePrivateKey(contents.data(), contents.size());
-    if (key == nullptr) return tokenError(context, kImportKey, kErrCertificate);
+    if (key == nullptr) return tokenError(context, kImportKey, kUnparsable);
     OstrelKeyPair stored;
     int result = importKeyPair(context.service, arguments.positional[0], arguments.option("--pin"),
                                key.get(), request, false, &stored);

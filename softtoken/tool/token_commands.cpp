@@ -79,7 +79,7 @@ int runInit(ToolContext& context, const Arguments& arguments) {
         settings.capacity = static_cast<int>(number);
     }
     int result = createToken(context.service, settings);
-    if (result == kErrArguments) {
+    if (result == kBadArgument) {
         return usageError(context, kInit, "serial (1 to 255 bytes) or a text longer than 255 bytes");
     }
     if (result != kOk) return tokenError(context, kInit, result);
@@ -146,7 +146,7 @@ int runShow(ToolContext& context, const Arguments& arguments) {
     if (int failed = snapshotOrFail(context, kShow, snapshot); failed != kExitDone) return failed;
     const std::string& id = arguments.positional[0];
     const DeviceRecord* device = snapshot->findDevice(id);
-    if (device == nullptr) return tokenError(context, kShow, kErrNoDevice);
+    if (device == nullptr) return tokenError(context, kShow, kDeviceUnreachable);
     std::ostream& out = context.out;
     out << "device: " << device->deviceId << "\n"
         << "state: " << (device->plugged() ? "plugged" : "unplugged") << "\n";

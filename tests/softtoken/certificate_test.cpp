@@ -114,7 +114,7 @@ TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
 
     Bytes garbage = {0x30, 0x03, 0x02, 0x01, 0x01};
     CertificateDetails ignored;
-    EXPECT_EQ(ostrel_getCertificateDetails(garbage.data(), 5, ignored, nullptr), kErrCertificate);
+    EXPECT_EQ(ostrel_getCertificateDetails(garbage.data(), 5, ignored, nullptr), kUnparsable);
     EXPECT_TRUE(ostrel_getCertificateSubject(garbage.data(), 5, nullptr).empty());
     EXPECT_TRUE(ostrel_getCertificateSerialDER(nullptr, 0, nullptr).empty());
 }
@@ -169,11 +169,11 @@ TEST_F(CertificateStorageTest, StoredCertificatesAreListedOnceWithTheirDetails) 
 
     OstrelCertificate junk = record;
     junk.der[0] = 0x31;
-    EXPECT_EQ(ostrel_importCertificate(kSerial, "", &junk, instance_), kErrCertificate);
+    EXPECT_EQ(ostrel_importCertificate(kSerial, "", &junk, instance_), kUnparsable);
     EXPECT_EQ(ostrel_deleteCertificate(kSerial, record.certificateReference, "", instance_), 0);
     EXPECT_TRUE(ostrel_getCertificateList(kSerial, instance_).empty());
     EXPECT_EQ(ostrel_deleteCertificate(kSerial, record.certificateReference, "", instance_),
-              kErrObjectNotFound);
+              kObjectNotFound);
 }
 
 }  // namespace

@@ -88,8 +88,8 @@ TEST_F(CipherTest, TokenDecryptsWhatOpensslEncryptedWhicheverPadding) {
     Bytes plain;
     EXPECT_EQ(tokenDecrypt(rsa, cipher, plain), 0);
     EXPECT_EQ(plain, kPlain);
-    EXPECT_EQ(tokenDecrypt(rsa, Bytes(256, 0x42), plain), kErrDecryptFailed);
-    EXPECT_EQ(tokenDecrypt(pair(kKeyTypeEcP256), cipher, plain), kErrKeyType);
+    EXPECT_EQ(tokenDecrypt(rsa, Bytes(256, 0x42), plain), kDecryptFailed);
+    EXPECT_EQ(tokenDecrypt(pair(kKeyTypeEcP256), cipher, plain), kKeyCannotDoThis);
 }
 
 TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
@@ -97,11 +97,11 @@ TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
     Bytes spki = subjectPublicKeyInfo(key.get());
     Bytes cipher;
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(246, 1), spki, cipher),
-              kErrInputSize);
+              kInputSize);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(245, 1), spki, cipher), 0);
-    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher), kErrKeyType);
-    EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kErrAlgorithm);
-    EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kErrAlgorithm);
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher), kKeyCannotDoThis);
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kUnknownAlgorithm);
+    EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kUnknownAlgorithm);
 }
 
 Bytes encodedPoint(EVP_PKEY* key) {
@@ -152,8 +152,8 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
     Bytes secret;
     Bytes offCurve(65, 0x01);
     offCurve[0] = 0x04;
-    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), offCurve, secret), kErrArguments);
-    EXPECT_EQ(tokenDerive(pair(kKeyTypeRsa2048), offCurve, secret), kErrKeyType);
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), offCurve, secret), kBadArgument);
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeRsa2048), offCurve, secret), kKeyCannotDoThis);
 }
 
 TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
@@ -174,12 +174,12 @@ TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
         int length = 0;
         ASSERT_EQ(ostrel_finalHash(context, digest, &length, instance()), 0);
         EXPECT_EQ(Bytes(digest, digest + length), sha(entry.digest, data)) << entry.code;
-        EXPECT_EQ(ostrel_finalHash(context, digest, &length, instance()), kErrHashContext);
-        EXPECT_EQ(ostrel_updateHash(context, bytes, 1, instance()), kErrHashContext);
+        EXPECT_EQ(ostrel_finalHash(context, digest, &length, instance()), kBadHashContext);
+        EXPECT_EQ(ostrel_updateHash(context, bytes, 1, instance()), kBadHashContext);
     }
     HashContext context = nullptr;
-    EXPECT_EQ(ostrel_initHash(kSerial, 7, &context, instance()), kErrAlgorithm);
-    EXPECT_EQ(ostrel_updateHash(nullptr, nullptr, 0, instance()), kErrHashContext);
+    EXPECT_EQ(ostrel_initHash(kSerial, 7, &context, instance()), kUnknownAlgorithm);
+    EXPECT_EQ(ostrel_updateHash(nullptr, nullptr, 0, instance()), kBadHashContext);
     // A context left open is released with its instance.
     DeviceInstance other = nullptr;
     ostrel_createInstance(&other);
@@ -187,7 +187,7 @@ TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
     ostrel_releaseInstance(other);
     unsigned char digest[64];
     int length = 0;
-    EXPECT_EQ(ostrel_finalHash(context, digest, &length, instance()), kErrHashContext);
+    EXPECT_EQ(ostrel_finalHash(context, digest, &length, instance()), kBadHashContext);
 }
 
 TEST_F(CipherTest, RandomBytesFillTheWholeBuffer) {
@@ -197,7 +197,7 @@ TEST_F(CipherTest, RandomBytesFillTheWholeBuffer) {
     ASSERT_EQ(ostrel_generateRamdomNumber(kSerial, 48, second.data(), true, nullptr), 0);
     EXPECT_NE(first, second);
     EXPECT_NE(std::count(first.begin(), first.end(), 0), 48);
-    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 0, first.data(), true, nullptr), kErrArguments);
+    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 0, first.data(), true, nullptr), kBadArgument);
 }
 
 Bytes component(EVP_PKEY* key, const char* name) {
@@ -240,9 +240,9 @@ TEST_F(CipherTest, ImportedRsaComponentsMakeAWorkingKeyPair) {
     EXPECT_EQ(plain, kPlain);
 
     details.prime1.back() ^= 2;  // no longer a factor of the modulus
-    EXPECT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance()), kErrArguments);
+    EXPECT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance()), kBadArgument);
     details.keyKind = 3;
-    EXPECT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance()), kErrKeyType);
+    EXPECT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance()), kKeyCannotDoThis);
 }
 
 }  // namespace

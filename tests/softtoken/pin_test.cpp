@@ -16,9 +16,9 @@ int validate(DeviceInstance instance, const char* pin, int* retries, int kind = 
 TEST_F(PinTest, WrongPinLowersTheLiveCountAndTheRightOneRestoresIt) {
     createToken("FIVE", kPin, 5);
     int retries = -1;
-    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "FIVE"), kErrPinIncorrect);
+    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "FIVE"), kPinIncorrect);
     EXPECT_EQ(retries, 4);
-    EXPECT_EQ(validate(instance_, "9999", &retries, 1, "FIVE"), kErrPinIncorrect);
+    EXPECT_EQ(validate(instance_, "9999", &retries, 1, "FIVE"), kPinIncorrect);
     EXPECT_EQ(retries, 3);
     EXPECT_EQ(ostrel_getTokenInfo("FIVE", instance_).pinRetryCount, 3);
     EXPECT_EQ(ostrel_getTokenInfo("FIVE", instance_).maximumPinRetries, 5);
@@ -32,18 +32,18 @@ TEST_F(PinTest, LockedPinRefusesEveryCheckAndEveryKeyUse) {
     createToken("TWO", kPin, 2);
     OstrelKeyPair pair = generate(kKeyTypeEcP256, 3, "TWO");
     int retries = -1;
-    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "TWO"), kErrPinIncorrect);
-    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "TWO"), kErrPinLocked);
+    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "TWO"), kPinIncorrect);
+    EXPECT_EQ(validate(instance_, "0000", &retries, 1, "TWO"), kPinLocked);
     EXPECT_EQ(retries, 0);
     // The right PIN, even one this process has already derived, no longer opens the token.
-    EXPECT_EQ(validate(instance_, kPin, &retries, 1, "TWO"), kErrPinLocked);
+    EXPECT_EQ(validate(instance_, kPin, &retries, 1, "TWO"), kPinLocked);
     EXPECT_EQ(retries, 0);
     unsigned char signature[1024];
     int length = sizeof signature;
     Bytes digest(32, 1);
     EXPECT_EQ(ostrel_signHash("TWO", pair.keyReference, kPin, digest.data(), 32, signature, &length,
                               false, instance_, false),
-              kErrPinLocked);
+              kPinLocked);
     EXPECT_EQ(ostrel_getTokenInfo("TWO", instance_).pinRetryCount, 0);
 }
 
@@ -54,15 +54,15 @@ TEST_F(PinTest, PinFailuresAreNeverReportedAsDeviceFailure48) {
         EXPECT_NE(result, 0);
         EXPECT_NE(result, 48);
     }
-    EXPECT_EQ(validate(instance_, "", &retries), kErrPinRequired);
+    EXPECT_EQ(validate(instance_, "", &retries), kPinRequired);
     EXPECT_EQ(retries, 8);  // the empty PIN cost no try
 }
 
 TEST_F(PinTest, CachedDerivationNeverAcceptsAnotherPin) {
     int retries = 0;
     ASSERT_EQ(validate(instance_, kPin, &retries), 0);
-    EXPECT_EQ(validate(instance_, "12345", &retries), kErrPinIncorrect);
-    EXPECT_EQ(validate(instance_, "123", &retries), kErrPinIncorrect);
+    EXPECT_EQ(validate(instance_, "12345", &retries), kPinIncorrect);
+    EXPECT_EQ(validate(instance_, "123", &retries), kPinIncorrect);
     EXPECT_EQ(retries, 8);
 }
 
@@ -90,16 +90,16 @@ TEST_F(PinTest, PinChangeKeepsTheKeysUsableUnderTheNewPin) {
     length = sizeof signature;
     EXPECT_EQ(ostrel_signHash(kSerial, pair.keyReference, kPin, digest.data(), 32, signature,
                               &length, false, instance_, false),
-              kErrPinIncorrect);
+              kPinIncorrect);
 }
 
 TEST_F(PinTest, SecurityOfficerPinHasItsOwnCount) {
     int retries = 0;
     EXPECT_EQ(validate(instance_, "87654321", &retries, 2), 0);
-    EXPECT_EQ(validate(instance_, kPin, &retries, 2), kErrPinIncorrect);
+    EXPECT_EQ(validate(instance_, kPin, &retries, 2), kPinIncorrect);
     EXPECT_EQ(retries, 9);
     EXPECT_EQ(ostrel_getTokenInfo(kSerial, instance_).pinRetryCount, 10);
-    EXPECT_EQ(validate(instance_, "87654321", &retries, 3), kErrArguments);
+    EXPECT_EQ(validate(instance_, "87654321", &retries, 3), kBadArgument);
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ TEST_F(SigningTest, Pkcs1SignsOtherInputAsGiven) {
 
     int result = 0;
     sign(rsa, Bytes(250, 1), false, &result);  // no room for the padding
-    EXPECT_EQ(result, kErrInputSize);
+    EXPECT_EQ(result, kInputSize);
 }
 
 TEST_F(SigningTest, PssTakesHashAndSaltLengthFromTheDigest) {
@@ -69,9 +69,9 @@ TEST_F(SigningTest, PssTakesHashAndSaltLengthFromTheDigest) {
     }
     int result = 0;
     sign(rsa, Bytes(30, 1), true, &result);
-    EXPECT_EQ(result, kErrInputSize);
+    EXPECT_EQ(result, kInputSize);
     sign(pair(kKeyTypeEcP256), Bytes(32, 1), true, &result);
-    EXPECT_EQ(result, kErrKeyType);
+    EXPECT_EQ(result, kKeyCannotDoThis);
 }
 
 Bytes toDerSignature(const Bytes& fixed) {
@@ -175,10 +175,10 @@ TEST_F(SigningTest, VerifyAcceptsEachPublicKeyFormAndRejectsTampering) {
     Bytes tampered = fixed;
     tampered[10] ^= 1;
     EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, tampered, false),
-              kErrSignatureInvalid);
+              kSignatureInvalid);
     pkcs1[0] ^= 1;
     EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pkcs1, false),
-              kErrSignatureInvalid);
+              kSignatureInvalid);
     // The curve follows from the key type: a P-384 point is no P-256 key.
     EXPECT_NE(tokenVerifies(kKeyTypeEcP256, digest, point, fixed, false), 0);
 }
@@ -190,19 +190,19 @@ TEST_F(SigningTest, SigningNeedsRoomTheRightPinAndAKnownKey) {
     int length = 100;
     EXPECT_EQ(ostrel_signHash(kSerial, rsa.keyReference, kPin, digest.data(), 32, signature,
                               &length, false, instance(), false),
-              kErrBufferTooSmall);
+              kBufferTooSmall);
     EXPECT_EQ(length, 256);
     length = sizeof signature;
     unsigned char unknown[16] = {};
     EXPECT_EQ(ostrel_signHash(kSerial, unknown, kPin, digest.data(), 32, signature, &length,
                               false, instance(), false),
-              kErrObjectNotFound);
+              kObjectNotFound);
     EXPECT_EQ(ostrel_signHash(kSerial, rsa.keyReference, "", digest.data(), 32, signature,
                               &length, false, instance(), false),
-              kErrPinRequired);
+              kPinRequired);
     EXPECT_EQ(ostrel_signHash("NOSUCH", rsa.keyReference, kPin, digest.data(), 32, signature,
                               &length, false, instance(), false),
-              kErrNoDevice);
+              kDeviceUnreachable);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include "common/token_error.h"
 #include "store/database.h"
 #include "store/device_writes.h"
 #include "token_fixture.h"
@@ -32,7 +33,7 @@ TEST_F(StoreTest, DevicesAreListedInPlugOrderWithBlankDevicesIncluded) {
     ASSERT_EQ(tool({"unplug", "ST0001"}).exitCode, 0);
     EXPECT_EQ(deviceList(instance_), (std::vector<std::string>{"ST0002", "BLANK"}));
     EXPECT_TRUE(ostrel_getTokenInfo("ST0001", instance_).serialNumber.empty());
-    EXPECT_EQ(ostrel_initDevice("ST0001", true, instance_), 2);
+    EXPECT_EQ(ostrel_initDevice("ST0001", true, instance_), kDeviceUnreachable);
 
     ASSERT_EQ(tool({"plug", "ST0001"}).exitCode, 0);
     ASSERT_EQ(tool({"plug", "ST0002"}).exitCode, 0);  // already plugged: keeps its place
@@ -41,7 +42,7 @@ TEST_F(StoreTest, DevicesAreListedInPlugOrderWithBlankDevicesIncluded) {
     TokenInfo blank = ostrel_getTokenInfo("BLANK", instance_);
     EXPECT_TRUE(blank.serialNumber.empty());
     EXPECT_FALSE(blank.deviceName.empty());
-    EXPECT_EQ(ostrel_initDevice("BLANK", true, instance_), 3);
+    EXPECT_EQ(ostrel_initDevice("BLANK", true, instance_), kBlankDevice);
     EXPECT_EQ(ostrel_getTokenInfo("ST0002", instance_).serialNumber, "ST0002");
 }
 

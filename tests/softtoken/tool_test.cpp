@@ -156,7 +156,7 @@ TEST_F(ToolTest, FaultsFireInThisProcessAndCountDown) {
 
 TEST_F(ToolTest, FaultedPinCheckReportsTheLiveCountUnchanged) {
     int retries = 0;
-    ASSERT_EQ(ostrel_validatePassword(kSerial, "0000", 1, &retries, instance_), kErrPinIncorrect);
+    ASSERT_EQ(ostrel_validatePassword(kSerial, "0000", 1, &retries, instance_), kPinIncorrect);
     ASSERT_EQ(tool({"fault", "validatePassword", "48"}).exitCode, 0);
     retries = -1;
     EXPECT_EQ(ostrel_validatePassword(kSerial, kPin, 1, &retries, instance_), 48);
