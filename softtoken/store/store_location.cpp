@@ -12,8 +12,10 @@ namespace softtoken {
 
 namespace {
 
+// secure_getenv: a set-user-ID or otherwise privileged program that loads the library must not
+// be pointed at a store of the caller's choosing.
 std::string environment(const char* name) {
-    const char* value = std::getenv(name);
+    const char* value = secure_getenv(name);
     return value != nullptr ? std::string(value) : std::string();
 }
 

@@ -87,6 +87,11 @@ int TokenStore::snapshot(SnapshotPtr& out) {
     return kOk;
 }
 
+void TokenStore::setBeforeCommit(std::function<void()> hook) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    beforeCommit_ = std::move(hook);
+}
+
 int TokenStore::write(const std::function<int(Database&)>& change) {
     std::lock_guard<std::mutex> lock(mutex_);
     int opened = openLocked();
@@ -95,6 +100,7 @@ int TokenStore::write(const std::function<int(Database&)>& change) {
     if (!transaction.begun()) return kStoreWriteFailed;
     int result = change(*database_);
     if (result != kOk) return result;
+    if (beforeCommit_) beforeCommit_();
     if (!transaction.commit()) return kStoreWriteFailed;
     ++ownWrites_;
     return kOk;

@@ -37,6 +37,11 @@ public:
     // Drops the connection and the snapshot; the next call reopens.
     void close();
 
+    // Called inside every write transaction once its change is made, just before the commit.
+    // Tests use it (through the tool, see tool/main.cpp) to stop a writer at the one moment
+    // that matters and kill it there.
+    void setBeforeCommit(std::function<void()> hook);
+
 private:
     int openLocked();
     void dropLocked(bool closeConnection);
@@ -50,6 +55,7 @@ private:
     std::int64_t snapshotDataVersion_ = -1;
     std::uint64_t snapshotOwnWrites_ = 0;
     SnapshotPtr snapshot_;
+    std::function<void()> beforeCommit_;
 };
 
 }  // namespace softtoken

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "certificates/certificate_reader.h"
+#include "common/control_characters.h"
 #include "common/token_error.h"
 #include "crypto/key_codec.h"
 #include "crypto/pin_kdf.h"
@@ -116,8 +117,12 @@ bool pinLengthAcceptable(const std::string& pin) {
     return pin.size() >= kMinPinLength && pin.size() <= kMaxPinLength;
 }
 
+bool serialAcceptable(const std::string& serial) {
+    return !serial.empty() && serial.size() <= kMaxTextLength && !hasControlCharacters(serial);
+}
+
 int createToken(TokenService& service, const TokenSettings& settings) {
-    if (settings.serial.empty() || !textAcceptable(settings.serial, kMaxTextLength) ||
+    if (!serialAcceptable(settings.serial) ||
         !textAcceptable(settings.label, kMaxTextLength) ||
         !textAcceptable(settings.model, kMaxTextLength) ||
         !textAcceptable(settings.firmware, kMaxTextLength) || settings.retries < 1 ||

@@ -28,6 +28,9 @@ struct TokenSettings {
 
 // New user PINs and tool-set PINs: 4 to 63 bytes, the range the module reports.
 bool pinLengthAcceptable(const std::string& pin);
+// Serial numbers and blank device identifiers: 1 to 255 bytes without control characters (they
+// are printed and passed around as device identifiers).
+bool serialAcceptable(const std::string& serial);
 // Texts of a token (label, model, firmware) and object labels are at most this long.
 constexpr std::size_t kMaxTextLength = 255;
 

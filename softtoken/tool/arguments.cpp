@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "common/control_characters.h"
 #include "common/token_error.h"
 
 namespace softtoken::tool {
@@ -62,7 +63,8 @@ bool parseNumber(const std::string& text, long minimum, long maximum, long& valu
 }
 
 int usageError(ToolContext& context, const CommandSyntax& syntax, const std::string& message) {
-    context.err << "ostrel-token " << syntax.name << ": " << message << "\n"
+    // Messages quote what the user typed: escaped like every other text the tool prints.
+    context.err << "ostrel-token " << syntax.name << ": " << printable(message) << "\n"
                 << "usage: ostrel-token " << syntax.name << " " << syntax.usage << "\n";
     return kExitUsage;
 }

@@ -2,6 +2,7 @@
 // uses the store.
 #include <ostream>
 
+#include "common/control_characters.h"
 #include "common/token_error.h"
 #include "store/fault_writes.h"
 #include "store/records.h"
@@ -27,7 +28,7 @@ int runFault(ToolContext& context, const Arguments& arguments) {
             return tokenError(context, kFault, result);
         }
         for (const auto& [operation, fault] : snapshot->faults) {
-            context.out << operation << "\t" << fault.code << "\t"
+            context.out << printable(operation) << "\t" << fault.code << "\t"
                         << (fault.remaining == 0 ? std::string("always")
                                                  : std::to_string(fault.remaining))
                         << "\n";

@@ -1,8 +1,12 @@
 // ostrel-token: creates and manages the software tokens of a token store.
+#include <unistd.h>
+
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "common/control_characters.h"
 #include "store/store_location.h"
 #include "token/token_service.h"
 #include "tool/arguments.h"
@@ -11,6 +15,21 @@ using namespace softtoken;
 using namespace softtoken::tool;
 
 namespace {
+
+// For tests only: with OSTREL_TOKEN_TEST_STOP_IN_WRITE set to an open file descriptor, the tool
+// writes one byte to it from inside its first write transaction, just before the commit, and
+// then waits there for ever. A test reads the byte and kills the tool at exactly that moment.
+void stopInsideWritesWhenAsked(TokenStore& store) {
+    const char* value = secure_getenv("OSTREL_TOKEN_TEST_STOP_IN_WRITE");
+    if (value == nullptr || *value == '\0') return;
+    const int descriptor = std::atoi(value);
+    store.setBeforeCommit([descriptor] {
+        const char ready = 1;
+        if (write(descriptor, &ready, 1) == 1) {
+            for (;;) pause();
+        }
+    });
+}
 
 std::vector<const Command*> allCommands() {
     std::vector<const Command*> commands;
@@ -65,7 +84,7 @@ int main(int argc, char** argv) {
         if (name == command->syntax.name) chosen = command;
     }
     if (chosen == nullptr) {
-        std::cerr << "ostrel-token: unknown command '" << name << "'\n";
+        std::cerr << "ostrel-token: unknown command '" << printable(name) << "'\n";
         printOverview(std::cerr);
         return kExitUsage;
     }
@@ -82,6 +101,7 @@ int main(int argc, char** argv) {
         return kExitUsage;
     }
     TokenService service(folder);
+    stopInsideWritesWhenAsked(service.store());
     ToolContext context{service, std::cout, std::cerr};
     Arguments arguments;
     std::string error;

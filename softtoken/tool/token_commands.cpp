@@ -2,6 +2,7 @@
 #include <ostream>
 
 #include "certificates/certificate_reader.h"
+#include "common/control_characters.h"
 #include "common/token_error.h"
 #include "crypto/key_types.h"
 #include "store/device_writes.h"
@@ -32,9 +33,12 @@ const CommandSyntax kPlug{"plug", "SERIAL", "Plugs a device in; it goes to the e
                         {}, {}, 1, 1};
 const CommandSyntax kUnplug{"unplug", "SERIAL", "Pulls a device out.", {}, {}, 1, 1};
 const CommandSyntax kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {}, 1, 1};
-const CommandSyntax kSet{"set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
-                       "Changes one field of a token; retries sets the maximum and the live count.",
-                       {}, {}, 3, 3};
+const CommandSyntax kSet{
+    "set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
+    "Changes one field of a token. retries N (1 to 1000) sets the maximum and both live counts, "
+    "which also unlocks; retries 0 locks both PINs as running out of tries does and keeps the "
+    "maximum.",
+    {}, {}, 3, 3};
 
 // Runs one change in the store and reports its failure.
 template <typename Change>
@@ -80,25 +84,30 @@ int runInit(ToolContext& context, const Arguments& arguments) {
     }
     int result = createToken(context.service, settings);
     if (result == kBadArgument) {
-        return usageError(context, kInit, "serial (1 to 255 bytes) or a text longer than 255 bytes");
+        return usageError(context, kInit,
+                          "the serial must be 1 to 255 bytes without control characters, and "
+                          "texts at most 255 bytes");
     }
     if (result != kOk) return tokenError(context, kInit, result);
-    context.out << "token " << settings.serial << " created and plugged\n";
+    context.out << "token " << printable(settings.serial) << " created and plugged\n";
     return kExitDone;
 }
 
 int runInitBlank(ToolContext& context, const Arguments& arguments) {
     const std::string& id = arguments.positional[0];
-    if (id.empty() || id.size() > kMaxTextLength) {
-        return usageError(context, kInitBlank, "the identifier must be 1 to 255 bytes");
+    if (!serialAcceptable(id)) {
+        return usageError(context, kInitBlank,
+                          "the identifier must be 1 to 255 bytes without control characters");
     }
     return storeChange(context, kInitBlank,
                        [&](Database& database) { return insertBlankDevice(database, id); });
 }
 
+// One line per device: stored texts are escaped, so a label holding a line feed and tabs cannot
+// forge another device's line.
 std::string deviceLine(const DeviceRecord& device) {
-    return device.deviceId + "\t" + (device.plugged() ? "plugged" : "unplugged") + "\t" +
-           (device.blank ? "blank" : "token") + "\t" + device.label;
+    return printable(device.deviceId) + "\t" + (device.plugged() ? "plugged" : "unplugged") +
+           "\t" + (device.blank ? "blank" : "token") + "\t" + printable(device.label);
 }
 
 int runList(ToolContext& context, const Arguments&) {
@@ -123,7 +132,7 @@ void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string
             << " usage=" << ((pair.usageFlags & kKeyUsageSign) != 0 ? "sign" : "")
             << ((pair.usageFlags & kKeyUsageDecrypt) != 0 ? "+decrypt" : "")
             << " id=" << toHex(pair.objectId, static_cast<std::size_t>(pair.objectIdLength))
-            << " label=" << pair.alias << "\n";
+            << " label=" << printable(pair.alias) << "\n";
     }
 }
 
@@ -135,9 +144,10 @@ void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::st
         X509Ptr parsed = parseCertificate(certificate.der,
                                           static_cast<std::size_t>(certificate.derLength));
         if (parsed != nullptr) readCertificateDetails(parsed.get(), details);
-        out << "certificate " << certificate.id << ": subject=" << details.subjectName << " id="
+        out << "certificate " << certificate.id << ": subject=" << printable(details.subjectName)
+            << " id="
             << toHex(certificate.objectId, static_cast<std::size_t>(certificate.objectIdLength))
-            << " label=" << certificate.label << "\n";
+            << " label=" << printable(certificate.label) << "\n";
     }
 }
 
@@ -148,16 +158,16 @@ int runShow(ToolContext& context, const Arguments& arguments) {
     const DeviceRecord* device = snapshot->findDevice(id);
     if (device == nullptr) return tokenError(context, kShow, kDeviceUnreachable);
     std::ostream& out = context.out;
-    out << "device: " << device->deviceId << "\n"
+    out << "device: " << printable(device->deviceId) << "\n"
         << "state: " << (device->plugged() ? "plugged" : "unplugged") << "\n";
     if (device->blank) {
         out << "token: none (blank device)\n";
         return kExitDone;
     }
     std::size_t used = snapshot->objectCount(id);
-    out << "label: " << device->label << "\n"
-        << "model: " << device->model << "\n"
-        << "firmware: " << device->firmware << "\n"
+    out << "label: " << printable(device->label) << "\n"
+        << "model: " << printable(device->model) << "\n"
+        << "firmware: " << printable(device->firmware) << "\n"
         << "pin-changed: " << device->pinChanged << "\n"
         << "retries: " << device->retriesLeft << "/" << device->retriesMax << "\n"
         << "so-pin: " << (device->soPin.present() ? "set" : "none") << "\n"
@@ -194,7 +204,7 @@ int runSet(ToolContext& context, const Arguments& arguments) {
     } kFields[] = {
         {"label", DeviceField::Label, 0, 0},       {"model", DeviceField::Model, 0, 0},
         {"firmware", DeviceField::Firmware, 0, 0}, {"pin-changed", DeviceField::PinChanged, 0, 1},
-        {"retries", DeviceField::Retries, 1, 1000}, {"capacity", DeviceField::Capacity, 0, 4095},
+        {"retries", DeviceField::Retries, 0, 1000}, {"capacity", DeviceField::Capacity, 0, 4095},
     };
     const std::string& name = arguments.positional[1];
     const std::string& value = arguments.positional[2];
@@ -209,8 +219,10 @@ int runSet(ToolContext& context, const Arguments& arguments) {
                               name + " takes a number from " + std::to_string(entry.minimum) +
                                   " to " + std::to_string(entry.maximum));
         }
+        // Numbers travel in their plain decimal form ("007" and "-0" are 7 and 0).
+        const std::string stored = entry.maximum != 0 ? std::to_string(number) : value;
         return storeChange(context, kSet, [&](Database& database) {
-            return setDeviceField(database, arguments.positional[0], entry.field, value);
+            return setDeviceField(database, arguments.positional[0], entry.field, stored);
         });
     }
     return usageError(context, kSet, "unknown field '" + name + "'");

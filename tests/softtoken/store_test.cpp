@@ -1,13 +1,13 @@
 // The token store: plug order, blank devices, capacity, file modes, and what several processes,
 // fork() and a killed writer do to it.
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <set>
-#include <thread>
 
 #include "common/token_error.h"
 #include "store/database.h"
@@ -128,34 +128,69 @@ TEST_F(StoreTest, ForkedChildReopensAndParentCarriesOn) {
     EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 3u);
 }
 
-TEST_F(StoreTest, KillingAWriterLeavesAConsistentStore) {
-    pid_t writer = spawn([this] {
-        for (int i = 0;; ++i) {
-            createToken("CRASH" + std::to_string(i));
-            if (!generateMany(1)) return false;
-        }
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-    kill(writer, SIGKILL);
-    waitFor(writer);
+// Starts the tool with the test switch that makes it stop inside its write transaction, just
+// before the commit, and waits until it is there. Answers its process id, or -1.
+pid_t startToolStoppingInWrite(const std::string& store, std::vector<std::string> arguments) {
+    int ready[2];
+    if (pipe(ready) != 0) return -1;
+    pid_t child = fork();
+    if (child == 0) {
+        close(ready[0]);
+        int quiet = open("/dev/null", O_WRONLY);
+        dup2(quiet, STDOUT_FILENO);
+        dup2(quiet, STDERR_FILENO);
+        setenv("OSTREL_TOKEN_TEST_STOP_IN_WRITE", std::to_string(ready[1]).c_str(), 1);
+        arguments.insert(arguments.begin(), {OSTREL_TOKEN_TOOL, "--store", store});
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(&argument[0]);
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    close(ready[1]);
+    pollfd wait{ready[0], POLLIN, 0};
+    char byte = 0;
+    bool stopped = poll(&wait, 1, 30000) == 1 && read(ready[0], &byte, 1) == 1;
+    close(ready[0]);
+    if (!stopped) {
+        kill(child, SIGKILL);
+        waitFor(child);
+        return -1;
+    }
+    return child;
+}
 
-    {
+TEST_F(StoreTest, KillingAWriterInsideItsTransactionLeavesNothingHalf) {
+    OstrelKeyPair before = generate(kKeyTypeEcP256);
+    const std::vector<std::vector<std::string>> kWrites = {
+        {"init", "CRASH", "--label", "never", "--pin", "1234"},
+        {"keygen", kSerial, "--type", "p256", "--pin", kPin, "--label", "never"},
+        {"set", kSerial, "label", "never"},
+    };
+    for (const auto& command : kWrites) {
+        pid_t writer = startToolStoppingInWrite(folder_.path(), command);
+        ASSERT_GT(writer, 0) << command[0];
+        // The writer holds the write lock with its change made but not committed: readers
+        // carry on and see none of it.
+        EXPECT_EQ(deviceList(instance_), std::vector<std::string>{kSerial}) << command[0];
+        EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 1u) << command[0];
+        kill(writer, SIGKILL);
+        waitFor(writer);
+
         std::unique_ptr<Database> database = Database::open(folder_.path() + "/tokens.db");
         ASSERT_NE(database, nullptr);
         Statement check(*database, "PRAGMA integrity_check");
         ASSERT_TRUE(check.step());
-        EXPECT_EQ(check.text(0), "ok");
+        EXPECT_EQ(check.text(0), "ok") << command[0];
     }
-    // Every token that exists is whole: its PIN checks out and its key pairs sign.
-    std::vector<std::string> devices = deviceList(instance_);
-    EXPECT_GT(devices.size(), 1u);
-    for (const std::string& serial : devices) {
-        int retries = 0;
-        EXPECT_EQ(ostrel_validatePassword(serial.c_str(), kPin, 1, &retries, instance_), 0)
-            << serial;
-    }
+    EXPECT_EQ(deviceList(instance_), std::vector<std::string>{kSerial});
+    EXPECT_EQ(ostrel_getTokenInfo(kSerial, instance_).label, "Token ST0001");
+    // The lock went with the killed process: writing works at once, and the token is whole.
+    OstrelKeyPair after = generate(kKeyTypeEcP256);
+    EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 2u);
+    EXPECT_NE(after.id, before.id);
     Bytes digest(32, 0x5A);
-    for (const OstrelKeyPair& pair : ostrel_getKeyPairList(kSerial, instance_)) {
+    for (const OstrelKeyPair& pair : {before, after}) {
         unsigned char signature[1024];
         int length = sizeof signature;
         EXPECT_EQ(ostrel_signHash(kSerial, pair.keyReference, kPin, digest.data(), 32, signature,

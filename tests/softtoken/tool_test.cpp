@@ -91,6 +91,50 @@ TEST_F(ToolTest, ChangesReachTheRunningLibraryAtOnce) {
     EXPECT_EQ(list.output, "EMPTY\tplugged\tblank\t\n");
 }
 
+TEST_F(ToolTest, RetriesZeroLocksBothPinsAndKeepsTheMaximum) {
+    ASSERT_EQ(tool({"set", kSerial, "retries", "6"}).exitCode, 0);
+    ProcessResult locked = tool({"set", kSerial, "retries", "0"});
+    ASSERT_EQ(locked.exitCode, 0) << locked.output;
+    TokenInfo info = ostrel_getTokenInfo(kSerial, instance_);
+    EXPECT_EQ(info.pinRetryCount, 0);
+    EXPECT_EQ(info.maximumPinRetries, 6);
+    int retries = -1;
+    EXPECT_EQ(ostrel_validatePassword(kSerial, kPin, 1, &retries, instance_), kPinLocked);
+    EXPECT_EQ(retries, 0);
+    EXPECT_EQ(ostrel_validatePassword(kSerial, "87654321", 2, &retries, instance_), kPinLocked);
+    EXPECT_NE(tool({"show", kSerial}).output.find("retries: 0/6"), std::string::npos);
+
+    ASSERT_EQ(tool({"set", kSerial, "retries", "3"}).exitCode, 0);
+    EXPECT_EQ(ostrel_validatePassword(kSerial, kPin, 1, &retries, instance_), 0);
+    EXPECT_EQ(retries, 3);
+    EXPECT_EQ(tool({"set", kSerial, "retries", "1001"}).exitCode, 2);
+    EXPECT_EQ(tool({"set", kSerial, "retries", "-1"}).exitCode, 2);
+}
+
+TEST_F(ToolTest, StoredTextsArePrintedWithControlCharactersEscaped) {
+    // A label that, printed as it is, would add a whole line for a device that does not exist.
+    const std::string forged = "x\nFAKE\tplugged\ttoken\tforged\x1b[2J";
+    ASSERT_EQ(tool({"set", kSerial, "label", forged}).exitCode, 0);
+    EXPECT_EQ(ostrel_getTokenInfo(kSerial, instance_).label, forged);  // stored as given
+    ProcessResult list = tool({"list"});
+    EXPECT_EQ(list.output, "ST0001\tplugged\ttoken\tx\\x0AFAKE\\x09plugged\\x09token\\x09forged"
+                           "\\x1B[2J\n");
+    ProcessResult show = tool({"show", kSerial});
+    EXPECT_NE(show.output.find("label: x\\x0AFAKE"), std::string::npos) << show.output;
+    // A C1 control in UTF-8 is escaped too; other UTF-8 and backslashes read back unambiguously.
+    ASSERT_EQ(tool({"set", kSerial, "label", "J\xC3\xBCrgen\xC2\x9B\\"}).exitCode, 0);
+    EXPECT_EQ(tool({"list"}).output, "ST0001\tplugged\ttoken\tJ\xC3\xBCrgen\\xC2\\x9B\\\\\n");
+
+    // Serial numbers and device identifiers may not hold control characters at all.
+    EXPECT_EQ(tool({"init", "BAD\nSERIAL", "--label", "x", "--pin", "1234"}).exitCode, 2);
+    EXPECT_EQ(tool({"init-blank", "BAD\tID"}).exitCode, 2);
+    EXPECT_EQ(tool({"init", "BAD\x7F", "--label", "x", "--pin", "1234"}).exitCode, 2);
+    EXPECT_EQ(ostrel_getConnectedDeviceList(false, instance_), std::vector<std::string>{kSerial});
+    ProcessResult unknown = tool({"set", kSerial, "colour\n", "red"});
+    EXPECT_NE(unknown.output.find("unknown field 'colour\\x0A'"), std::string::npos)
+        << unknown.output;
+}
+
 TEST_F(ToolTest, KeysAndCertificatesMadeByTheToolWorkInTheLibrary) {
     TemporaryFolder work;
     const std::string key = work.path() + "/key.pem";
