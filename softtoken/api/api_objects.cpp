@@ -10,38 +10,32 @@ using namespace softtoken;
 
 namespace {
 
-// The lists handed out by reference: one per thread and operation, unchanged until that
-// thread asks again. When the store has not changed since, the copy is skipped.
+// The lists handed out by reference are the snapshot's own immutable vectors: nothing is copied.
+// Each thread holds the last list of each operation it asked for, which keeps that vector
+// alive and unchanged until the same thread asks again, whatever the store does meanwhile (the
+// contract of ostrel_device.h). A list of an unchanged store thus costs the snapshot check (one
+// PRAGMA data_version) and a map lookup, and alternating between tokens costs no more.
 template <typename Record>
-struct ListBuffer {
-    std::uint64_t generation = 0;
-    std::string deviceId;
-    std::vector<Record> records;
+const std::vector<Record>& emptyList() {
+    static const auto* empty = new std::vector<Record>;
+    return *empty;
+}
 
-    const std::vector<Record>& empty() {
-        generation = 0;
-        records.clear();
-        return records;
-    }
-};
-
-template <typename Record, typename Source>
-const std::vector<Record>& fillList(ListBuffer<Record>& buffer, const char* operation,
-                                    const char* deviceId, Source copyFromSnapshot) {
+template <typename Record, typename Select>
+const std::vector<Record>& handOut(std::shared_ptr<const std::vector<Record>>& held,
+                                   const char* operation, const char* deviceId, Select select) {
+    held.reset();
     OperationFrame frame;
-    if (frame.begin(operation) != kOk) return buffer.empty();
-    std::string device = text(deviceId);
+    if (frame.begin(operation) != kOk) return emptyList<Record>();
+    const std::string device = text(deviceId);
     const DeviceRecord* found = nullptr;
     if (TokenService::findToken(*frame.snapshot, device, true, &found) != kOk) {
-        return buffer.empty();
+        return emptyList<Record>();
     }
-    if (buffer.generation != frame.snapshot->generation || buffer.deviceId != device) {
-        buffer.records.clear();
-        copyFromSnapshot(*frame.snapshot, device, buffer.records);
-        buffer.generation = frame.snapshot->generation;
-        buffer.deviceId = device;
-    }
-    return buffer.records;
+    const DeviceObjects* objects = frame.snapshot->objectsOf(device);
+    if (objects == nullptr) return emptyList<Record>();
+    held = select(*objects);
+    return *held;
 }
 
 template <std::size_t N>
@@ -57,37 +51,23 @@ Bytes recordBytes(const unsigned char* data, std::int32_t length, std::size_t ca
 }  // namespace
 
 const std::vector<OstrelKeyPair>& ostrel_getKeyPairList(const char* deviceId, DeviceInstance) {
-    thread_local ListBuffer<OstrelKeyPair> buffer;
+    thread_local std::shared_ptr<const KeyPairList> held;
     try {
-        return fillList(buffer, "getKeyPairList", deviceId,
-                        [](const Snapshot& snapshot, const std::string& device,
-                           std::vector<OstrelKeyPair>& out) {
-                            auto pairs = snapshot.keyPairs.find(device);
-                            if (pairs == snapshot.keyPairs.end()) return;
-                            out.reserve(pairs->second.size());
-                            for (const KeyPairEntry& entry : pairs->second) {
-                                out.push_back(entry.record);
-                            }
-                        });
+        return handOut(held, "getKeyPairList", deviceId,
+                       [](const DeviceObjects& objects) { return objects.keyPairs; });
     } catch (...) {
-        return buffer.empty();
+        return emptyList<OstrelKeyPair>();
     }
 }
 
 const std::vector<OstrelCertificate>& ostrel_getCertificateList(const char* deviceId,
                                                                 DeviceInstance) {
-    thread_local ListBuffer<OstrelCertificate> buffer;
+    thread_local std::shared_ptr<const CertificateList> held;
     try {
-        return fillList(buffer, "getCertificateList", deviceId,
-                        [](const Snapshot& snapshot, const std::string& device,
-                           std::vector<OstrelCertificate>& out) {
-                            auto certificates = snapshot.certificates.find(device);
-                            if (certificates != snapshot.certificates.end()) {
-                                out = certificates->second;
-                            }
-                        });
+        return handOut(held, "getCertificateList", deviceId,
+                       [](const DeviceObjects& objects) { return objects.certificates; });
     } catch (...) {
-        return buffer.empty();
+        return emptyList<OstrelCertificate>();
     }
 }
 

@@ -38,10 +38,22 @@ struct DeviceRecord {
     bool plugged() const { return plugOrder != 0; }
 };
 
-// A key pair as the device list shows it, with its sealed private key beside it.
+using KeyPairList = std::vector<OstrelKeyPair>;
+using CertificateList = std::vector<OstrelCertificate>;
+
+// A device's objects in the form the list operations hand out. The lists are immutable and
+// shared: a caller may keep one alive past the snapshot it came from, which is how the lists
+// reach the module without a copy.
+struct DeviceObjects {
+    std::shared_ptr<const KeyPairList> keyPairs;          // ordered by id; never null
+    std::vector<Bytes> sealedPrivateKeys;                  // of keyPairs, in the same order
+    std::shared_ptr<const CertificateList> certificates;  // ordered by id; never null
+};
+
+// One key pair of a snapshot with its sealed private key; both null when not found.
 struct KeyPairEntry {
-    OstrelKeyPair record;
-    Bytes sealedPrivateKey;
+    const OstrelKeyPair* record = nullptr;
+    const Bytes* sealedPrivateKey = nullptr;
 };
 
 struct FaultEntry {
@@ -53,15 +65,15 @@ struct FaultEntry {
 // a change anywhere makes the next reader load a new one.
 struct Snapshot {
     std::uint64_t generation = 0;
-    std::vector<DeviceRecord> devices;  // by device identifier
-    std::map<std::string, std::vector<KeyPairEntry>> keyPairs;
-    std::map<std::string, std::vector<OstrelCertificate>> certificates;
+    std::vector<DeviceRecord> devices;             // by device identifier
+    std::map<std::string, DeviceObjects> objects;  // one entry for every device
     std::map<std::string, FaultEntry> faults;
     std::vector<std::string> pluggedInOrder;  // oldest plugged first
 
     const DeviceRecord* findDevice(const std::string& deviceId) const;
-    const KeyPairEntry* findKeyPair(const std::string& deviceId,
-                                    const unsigned char* keyReference) const;
+    // Null for an unknown device.
+    const DeviceObjects* objectsOf(const std::string& deviceId) const;
+    KeyPairEntry findKeyPair(const std::string& deviceId, const unsigned char* keyReference) const;
     const OstrelCertificate* findCertificate(const std::string& deviceId,
                                              const unsigned char* certificateReference) const;
     std::size_t objectCount(const std::string& deviceId) const;

@@ -62,13 +62,19 @@ bool loadDevices(Database& database, Snapshot& snapshot) {
     return true;
 }
 
-bool loadKeyPairs(Database& database, Snapshot& snapshot) {
+// The lists are built as plain vectors and frozen into shared, immutable ones at the end.
+struct LoadingObjects {
+    KeyPairList keyPairs;
+    std::vector<Bytes> sealedPrivateKeys;
+    CertificateList certificates;
+};
+
+bool loadKeyPairs(Database& database, std::map<std::string, LoadingObjects>& objects) {
     Statement rows(database,
                    "SELECT device_id, id, reference, key_type, usage_flags, alias, object_id, "
                    "public_value, private_key FROM key_pairs ORDER BY device_id, id");
     while (rows.step()) {
-        KeyPairEntry entry;
-        OstrelKeyPair& record = entry.record;
+        OstrelKeyPair record;
         std::memset(&record, 0, sizeof record);
         record.id = static_cast<std::uint32_t>(rows.integer(1));
         copyBytes(record.keyReference, rows.blob(2));
@@ -78,13 +84,14 @@ bool loadKeyPairs(Database& database, Snapshot& snapshot) {
         record.objectIdLength = copyBytes(record.objectId, rows.blob(6));
         record.publicValueLength = copyBytes(record.publicValue, rows.blob(7));
         record.deletionFlag = false;
-        entry.sealedPrivateKey = rows.blob(8);
-        snapshot.keyPairs[rows.text(0)].push_back(std::move(entry));
+        LoadingObjects& device = objects[rows.text(0)];
+        device.keyPairs.push_back(record);
+        device.sealedPrivateKeys.push_back(rows.blob(8));
     }
     return !rows.failed();
 }
 
-bool loadCertificates(Database& database, Snapshot& snapshot) {
+bool loadCertificates(Database& database, std::map<std::string, LoadingObjects>& objects) {
     Statement rows(database,
                    "SELECT device_id, id, reference, der, object_id, label FROM certificates "
                    "ORDER BY device_id, id");
@@ -96,9 +103,23 @@ bool loadCertificates(Database& database, Snapshot& snapshot) {
         record.derLength = copyBytes(record.der, rows.blob(3));
         record.objectIdLength = copyBytes(record.objectId, rows.blob(4));
         copyText(record.label, rows.text(5));
-        snapshot.certificates[rows.text(0)].push_back(record);
+        objects[rows.text(0)].certificates.push_back(record);
     }
     return !rows.failed();
+}
+
+bool loadObjects(Database& database, Snapshot& snapshot) {
+    std::map<std::string, LoadingObjects> loading;
+    for (const DeviceRecord& device : snapshot.devices) loading[device.deviceId];
+    if (!loadKeyPairs(database, loading) || !loadCertificates(database, loading)) return false;
+    for (auto& [deviceId, objects] : loading) {
+        DeviceObjects& frozen = snapshot.objects[deviceId];
+        frozen.keyPairs = std::make_shared<const KeyPairList>(std::move(objects.keyPairs));
+        frozen.sealedPrivateKeys = std::move(objects.sealedPrivateKeys);
+        frozen.certificates =
+            std::make_shared<const CertificateList>(std::move(objects.certificates));
+    }
+    return true;
 }
 
 bool loadFaults(Database& database, Snapshot& snapshot) {
@@ -115,8 +136,8 @@ bool loadFaults(Database& database, Snapshot& snapshot) {
 std::shared_ptr<Snapshot> loadSnapshot(Database& database) {
     if (!database.execute("BEGIN")) return nullptr;
     auto snapshot = std::make_shared<Snapshot>();
-    bool loaded = loadDevices(database, *snapshot) && loadKeyPairs(database, *snapshot) &&
-                  loadCertificates(database, *snapshot) && loadFaults(database, *snapshot);
+    bool loaded = loadDevices(database, *snapshot) && loadObjects(database, *snapshot) &&
+                  loadFaults(database, *snapshot);
     database.execute(loaded ? "COMMIT" : "ROLLBACK");
     return loaded ? snapshot : nullptr;
 }
@@ -129,23 +150,29 @@ const DeviceRecord* Snapshot::findDevice(const std::string& deviceId) const {
     return found != devices.end() && found->deviceId == deviceId ? &*found : nullptr;
 }
 
-const KeyPairEntry* Snapshot::findKeyPair(const std::string& deviceId,
-                                          const unsigned char* keyReference) const {
-    auto list = keyPairs.find(deviceId);
-    if (list == keyPairs.end() || keyReference == nullptr) return nullptr;
-    for (const KeyPairEntry& entry : list->second) {
-        if (std::memcmp(entry.record.keyReference, keyReference, kObjectReferenceSize) == 0) {
-            return &entry;
+const DeviceObjects* Snapshot::objectsOf(const std::string& deviceId) const {
+    auto found = objects.find(deviceId);
+    return found != objects.end() ? &found->second : nullptr;
+}
+
+KeyPairEntry Snapshot::findKeyPair(const std::string& deviceId,
+                                   const unsigned char* keyReference) const {
+    const DeviceObjects* device = objectsOf(deviceId);
+    if (device == nullptr || keyReference == nullptr) return {};
+    const KeyPairList& pairs = *device->keyPairs;
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        if (std::memcmp(pairs[i].keyReference, keyReference, kObjectReferenceSize) == 0) {
+            return {&pairs[i], &device->sealedPrivateKeys[i]};
         }
     }
-    return nullptr;
+    return {};
 }
 
 const OstrelCertificate* Snapshot::findCertificate(
     const std::string& deviceId, const unsigned char* certificateReference) const {
-    auto list = certificates.find(deviceId);
-    if (list == certificates.end() || certificateReference == nullptr) return nullptr;
-    for (const OstrelCertificate& certificate : list->second) {
+    const DeviceObjects* device = objectsOf(deviceId);
+    if (device == nullptr || certificateReference == nullptr) return nullptr;
+    for (const OstrelCertificate& certificate : *device->certificates) {
         if (std::memcmp(certificate.certificateReference, certificateReference,
                         kObjectReferenceSize) == 0) {
             return &certificate;
@@ -155,12 +182,8 @@ const OstrelCertificate* Snapshot::findCertificate(
 }
 
 std::size_t Snapshot::objectCount(const std::string& deviceId) const {
-    std::size_t count = 0;
-    auto pairs = keyPairs.find(deviceId);
-    if (pairs != keyPairs.end()) count += pairs->second.size();
-    auto certs = certificates.find(deviceId);
-    if (certs != certificates.end()) count += certs->second.size();
-    return count;
+    const DeviceObjects* device = objectsOf(deviceId);
+    return device != nullptr ? device->keyPairs->size() + device->certificates->size() : 0;
 }
 
 }  // namespace softtoken

@@ -23,19 +23,20 @@ std::string privateKeyContext(const std::string& deviceId, const unsigned char* 
 
 int KeyObjects::privateKey(const std::string& deviceId, const KeyPairEntry& pair,
                            const SecretBytes& tokenKey, SharedPkey& key) {
-    const OstrelKeyPair& record = pair.record;
+    const OstrelKeyPair& record = *pair.record;
+    const Bytes& sealed = *pair.sealedPrivateKey;
     auto name = std::make_pair(
         deviceId, Bytes(record.keyReference, record.keyReference + kObjectReferenceSize));
     {
         std::lock_guard<std::mutex> lock(mutex_);
         auto found = keys_.find(name);
-        if (found != keys_.end() && found->second.sealed == pair.sealedPrivateKey) {
+        if (found != keys_.end() && found->second.sealed == sealed) {
             key = found->second.key;
             return kOk;
         }
     }
     SecretBytes der;
-    if (!unseal(tokenKey, pair.sealedPrivateKey, privateKeyContext(deviceId, record.keyReference),
+    if (!unseal(tokenKey, sealed, privateKeyContext(deviceId, record.keyReference),
                 der)) {
         return kCryptoFailed;
     }
@@ -44,7 +45,7 @@ int KeyObjects::privateKey(const std::string& deviceId, const KeyPairEntry& pair
     SharedPkey shared = share(std::move(decoded));
     std::lock_guard<std::mutex> lock(mutex_);
     if (keys_.size() >= kMaxCachedKeys) keys_.clear();
-    keys_[name] = Entry{pair.sealedPrivateKey, shared};
+    keys_[name] = Entry{sealed, shared};
     key = std::move(shared);
     return kOk;
 }

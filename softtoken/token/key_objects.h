@@ -20,7 +20,7 @@ public:
     KeyObjects(const KeyObjects&) = delete;
     KeyObjects& operator=(const KeyObjects&) = delete;
 
-    // The private key of the pair, unsealed with the token key on first use.
+    // The private key of the pair (a found entry), unsealed with the token key on first use.
     int privateKey(const std::string& deviceId, const KeyPairEntry& pair,
                    const SecretBytes& tokenKey, SharedPkey& key);
     void clear();

@@ -80,7 +80,7 @@ int storeKeyPair(TokenService& service, const std::string& deviceId, const Secre
 // no PIN try). *tokenKey (may be null) receives the unwrapped token key.
 int authorizeKeyPair(TokenService& service, const std::string& deviceId,
                      const unsigned char* keyReference, const std::string& pin,
-                     SnapshotPtr& snapshot, const KeyPairEntry** pair, SecretBytes* tokenKey) {
+                     SnapshotPtr& snapshot, KeyPairEntry* pair, SecretBytes* tokenKey) {
     if (keyReference == nullptr) return kBadArgument;
     if (int result = service.snapshot(snapshot); result != kOk) return result;
     const DeviceRecord* device = nullptr;
@@ -88,7 +88,7 @@ int authorizeKeyPair(TokenService& service, const std::string& deviceId,
         return result;
     }
     *pair = snapshot->findKeyPair(deviceId, keyReference);
-    if (*pair == nullptr) return kObjectNotFound;
+    if (pair->record == nullptr) return kObjectNotFound;
     return service.pins().check(*device, pin, PinKind::User, nullptr, tokenKey);
 }
 
@@ -253,7 +253,7 @@ int importCertificate(TokenService& service, const std::string& deviceId, const 
 int deleteKeyPair(TokenService& service, const std::string& deviceId,
                   const unsigned char* keyReference, const std::string& pin) {
     SnapshotPtr snapshot;
-    const KeyPairEntry* pair = nullptr;
+    KeyPairEntry pair;
     if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
                                       nullptr);
         result != kOk) {
@@ -285,7 +285,7 @@ int updateKeyPair(TokenService& service, const std::string& deviceId,
         return kBadArgument;
     }
     SnapshotPtr snapshot;
-    const KeyPairEntry* pair = nullptr;
+    KeyPairEntry pair;
     if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
                                       nullptr);
         result != kOk) {
@@ -300,16 +300,16 @@ int unlockPrivateKey(TokenService& service, const std::string& deviceId,
                      const unsigned char* keyReference, const std::string& pin, SharedPkey& key,
                      const KeyTypeInfo** type) {
     SnapshotPtr snapshot;
-    const KeyPairEntry* pair = nullptr;
+    KeyPairEntry pair;
     SecretBytes tokenKey;
     if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
                                       &tokenKey);
         result != kOk) {
         return result;
     }
-    *type = keyTypeByCode(pair->record.keyType);
+    *type = keyTypeByCode(pair.record->keyType);
     if (*type == nullptr) return kKeyCannotDoThis;
-    return service.keys().privateKey(deviceId, *pair, tokenKey, key);
+    return service.keys().privateKey(deviceId, pair, tokenKey, key);
 }
 
 }  // namespace softtoken

@@ -123,10 +123,9 @@ int runList(ToolContext& context, const Arguments&) {
 }
 
 void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
-    auto pairs = snapshot.keyPairs.find(id);
-    if (pairs == snapshot.keyPairs.end()) return;
-    for (const KeyPairEntry& entry : pairs->second) {
-        const OstrelKeyPair& pair = entry.record;
+    const DeviceObjects* objects = snapshot.objectsOf(id);
+    if (objects == nullptr) return;
+    for (const OstrelKeyPair& pair : *objects->keyPairs) {
         const KeyTypeInfo* type = keyTypeByCode(pair.keyType);
         out << "key pair " << pair.id << ": " << (type != nullptr ? type->name : "unknown")
             << " usage=" << ((pair.usageFlags & kKeyUsageSign) != 0 ? "sign" : "")
@@ -137,9 +136,9 @@ void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string
 }
 
 void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
-    auto certificates = snapshot.certificates.find(id);
-    if (certificates == snapshot.certificates.end()) return;
-    for (const OstrelCertificate& certificate : certificates->second) {
+    const DeviceObjects* objects = snapshot.objectsOf(id);
+    if (objects == nullptr) return;
+    for (const OstrelCertificate& certificate : *objects->certificates) {
         CertificateDetails details;
         X509Ptr parsed = parseCertificate(certificate.der,
                                           static_cast<std::size_t>(certificate.derLength));

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -123,6 +124,36 @@ Bytes sha(const EVP_MD* digest, const std::string& message) {
     unsigned int size = 0;
     EVP_Digest(message.data(), message.size(), out.data(), &size, digest, nullptr);
     return out;
+}
+
+Bytes selfSignedCertificate(EVP_PKEY* key, const std::string& commonName, long serial) {
+    X509Ptr certificate(X509_new());
+    X509_set_version(certificate.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 86400);
+    X509_NAME* name = X509_get_subject_name(certificate.get());
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                               reinterpret_cast<const unsigned char*>(commonName.c_str()), -1,
+                               -1, 0);
+    X509_set_issuer_name(certificate.get(), name);
+    X509_set_pubkey(certificate.get(), key);
+    X509_sign(certificate.get(), key, EVP_sha256());
+    Bytes der(static_cast<std::size_t>(i2d_X509(certificate.get(), nullptr)));
+    unsigned char* cursor = der.data();
+    i2d_X509(certificate.get(), &cursor);
+    return der;
+}
+
+OstrelCertificate certificateRecord(const Bytes& der, const std::string& label,
+                                    const Bytes& objectId) {
+    OstrelCertificate record{};
+    std::copy(der.begin(), der.end(), record.der);
+    record.derLength = static_cast<std::int32_t>(der.size());
+    std::copy(objectId.begin(), objectId.end(), record.objectId);
+    record.objectIdLength = static_cast<std::int32_t>(objectId.size());
+    std::copy(label.begin(), label.end(), record.label);
+    return record;
 }
 
 }  // namespace softtoken::testing

@@ -65,4 +65,10 @@ protected:
 PkeyPtr publicKeyFromRecord(const OstrelKeyPair& pair);
 Bytes sha(const EVP_MD* digest, const std::string& message);
 
+// A self-signed certificate of key made with libcrypto; the serial number makes each distinct.
+Bytes selfSignedCertificate(EVP_PKEY* key, const std::string& commonName, long serial);
+// The record ostrel_importCertificate takes.
+OstrelCertificate certificateRecord(const Bytes& der, const std::string& label = "",
+                                    const Bytes& objectId = {});
+
 }  // namespace softtoken::testing
