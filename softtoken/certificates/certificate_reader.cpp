@@ -36,8 +36,13 @@ std::string nameText(const X509_NAME* name) {
     return length > 0 ? std::string(data, static_cast<std::size_t>(length)) : std::string();
 }
 
+// The most specific common name: the last in the DER, the first of the RFC 2253 text, so that
+// it is the one the module's "CN=([^,\n\r]+)" finds in nameText's output.
 std::string commonName(const X509_NAME* name) {
-    int index = X509_NAME_get_index_by_NID(name, NID_commonName, -1);
+    int index = -1;
+    for (int next = -1; (next = X509_NAME_get_index_by_NID(name, NID_commonName, next)) >= 0;) {
+        index = next;
+    }
     if (index < 0) return {};
     const ASN1_STRING* value = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index));
     unsigned char* utf8 = nullptr;

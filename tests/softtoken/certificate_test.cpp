@@ -4,8 +4,13 @@
 #include <ctime>
 #include <regex>
 
+#include <openssl/core_names.h>
+#include <openssl/pem.h>
+
 #include "certificates/certificate_files.h"
 #include "common/token_error.h"
+#include "crypto/ec_keys.h"
+#include "crypto/key_types.h"
 #include "token_fixture.h"
 
 namespace softtoken::testing {
@@ -47,6 +52,11 @@ protected:
                  dir + "/ca.key", "-set_serial", "0x00C0FFEE", "-days", "10", "-out",
                  dir + "/leaf.pem"});
         openssl({"x509", "-in", dir + "/leaf.pem", "-outform", "DER", "-out", dir + "/leaf.der"});
+        openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                 "-keyout", dir + "/two.key", "-out", dir + "/two.pem", "-subj",
+                 "/CN=Outer Name/O=Org/CN=Inner Name", "-multivalue-rdn"});
+        openssl({"x509", "-in", dir + "/leaf.pem", "-pubkey", "-noout", "-out",
+                 dir + "/leaf.pub"});
     }
     static void TearDownTestSuite() { delete folder_; }
 
@@ -97,6 +107,61 @@ TEST_F(CertificateTest, IssuedEcCertificateNamesItsIssuer) {
     EXPECT_EQ(leaf.publicKey[0], 0x04);
 }
 
+TEST_F(CertificateTest, TextFieldsMakeTheModulesLabelsAndCommonNames) {
+    // The module's label of a certificate is detailText2 "_" detailText3.
+    CertificateDetails leaf = details(der("leaf.pem"));
+    EXPECT_EQ(leaf.subjectName, "O=Example Org,CN=Bob\\, the leaf");
+    EXPECT_EQ(leaf.subjectCommonName + "_" + leaf.issuerCommonName,
+              "Bob, the leaf_Jürgen Root CA");
+    // With two common names, the second field is the most specific one, the one the module's
+    // expression finds first in the subject text.
+    CertificateDetails two = details(der("two.pem"));
+    EXPECT_EQ(two.subjectName, "CN=Inner Name,O=Org,CN=Outer Name");
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(two.subjectName, match, std::regex("CN=([^,\n\r]+)")));
+    EXPECT_EQ(match[1], "Inner Name");
+    EXPECT_EQ(two.subjectCommonName, "Inner Name");
+    EXPECT_EQ(two.issuerCommonName, "Inner Name");
+
+    // The EC public key is the uncompressed point that ends the SubjectPublicKeyInfo.
+    Bytes spki = certificateToDer(readFile(path("leaf.pub")));
+    if (spki.empty()) {
+        BioPtr bio(BIO_new_file(path("leaf.pub").c_str(), "r"));
+        PkeyPtr key(PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr));
+        ASSERT_NE(key, nullptr);
+        spki.resize(static_cast<std::size_t>(i2d_PUBKEY(key.get(), nullptr)));
+        unsigned char* cursor = spki.data();
+        i2d_PUBKEY(key.get(), &cursor);
+    }
+    ASSERT_GT(spki.size(), 97u);
+    EXPECT_EQ(leaf.publicKey, Bytes(spki.end() - 97, spki.end()));
+}
+
+TEST_F(CertificateTest, CompressedPointIsReportedUncompressedAsKeyPairsHoldIt) {
+    PkeyPtr key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    ASSERT_EQ(EVP_PKEY_set_utf8_string_param(key.get(), OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT,
+                                             "compressed"),
+              1);
+    Bytes certificate = selfSignedCertificate(key.get(), "compressed", 1);
+    Bytes compressed(33);
+    std::size_t length = 0;
+    ASSERT_EQ(EVP_PKEY_get_octet_string_param(key.get(), OSSL_PKEY_PARAM_PUB_KEY,
+                                              compressed.data(), compressed.size(), &length),
+              1);
+    ASSERT_EQ(length, 33u);  // the certificate really carries the compressed form
+    ASSERT_NE(std::search(certificate.begin(), certificate.end(), compressed.begin(),
+                          compressed.end()),
+              certificate.end());
+
+    CertificateDetails read = details(certificate);
+    ASSERT_EQ(read.publicKey.size(), 65u);
+    EXPECT_EQ(read.publicKey[0], 0x04);
+    EXPECT_TRUE(std::equal(compressed.begin() + 1, compressed.end(), read.publicKey.begin() + 1));
+    // Y is the one on the curve with the parity the compressed form named.
+    EXPECT_EQ(read.publicKey[64] & 1, compressed[0] & 1);
+    EXPECT_NE(ecPublicKey(*keyTypeByCode(kKeyTypeEcP256), read.publicKey.data(), 65), nullptr);
+}
+
 TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
     Bytes leaf = der("leaf.pem");
     Bytes ca = der("ca.pem");
@@ -124,16 +189,20 @@ TEST_F(CertificateTest, FolderReaderTakesExtensionsInOrderAndSkipsNonCertificate
     writeFile(ca.path() + "/a-root.pem", readFile(path("ca.pem")));
     writeFile(ca.path() + "/b-leaf.DER", readFile(path("leaf.der")));
     writeFile(ca.path() + "/c-self.crt", readFile(path("rsa.pem")));
+    writeFile(ca.path() + "/d-two.cer", der("two.pem"));
     writeFile(ca.path() + "/broken.pem", Bytes{'-', '-', '-', '-', '-', 'B', 'E', 'G', 'I', 'N'});
     writeFile(ca.path() + "/notes.txt", readFile(path("rsa.pem")));
     FileList files = ostrel_getFilesWithExtensionsAndConvertDER(
         ca.path(), {".cer", ".der", ".pem", ".crt"}, nullptr);
-    ASSERT_EQ(files.size(), 3u);
-    EXPECT_EQ(files[0].first, "b-leaf.DER");
-    EXPECT_EQ(files[0].second, readFile(path("leaf.der")));
-    EXPECT_EQ(files[1].first, "a-root.pem");
-    EXPECT_EQ(files[1].second, der("ca.pem"));
-    EXPECT_EQ(files[2].first, "c-self.crt");
+    ASSERT_EQ(files.size(), 4u);
+    EXPECT_EQ(files[0].first, "d-two.cer");
+    EXPECT_EQ(files[0].second, der("two.pem"));
+    EXPECT_EQ(files[1].first, "b-leaf.DER");
+    EXPECT_EQ(files[1].second, readFile(path("leaf.der")));
+    EXPECT_EQ(files[2].first, "a-root.pem");
+    EXPECT_EQ(files[2].second, der("ca.pem"));
+    EXPECT_EQ(files[3].first, "c-self.crt");
+    EXPECT_EQ(files[3].second, der("rsa.pem"));
     EXPECT_TRUE(ostrel_getFilesWithExtensionsAndConvertDER(ca.path() + "/none", {".pem"}, nullptr)
                     .empty());
 }
