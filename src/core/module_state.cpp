@@ -1,4 +1,4 @@
-#include "frame/module_state.h"
+#include "core/module_state.h"
 
 #include "platform/platform.h"
 
@@ -10,7 +10,21 @@ std::atomic<ModuleState*> currentState{nullptr};
 // thread held stay locked forever and the monitor thread object names a thread that does not
 // exist there. The child starts from a fresh state instead, as if the module had just been
 // loaded; the inherited one is deliberately leaked, because destroying it could block or abort.
-void startAfreshInForkChild() { currentState.store(new ModuleState()); }
+void startAfreshInForkChild() {
+    currentState.store(new ModuleState());
+}
+
+// The monitor thread runs the module's code: it must end before that code is unloaded, also
+// when the application unloads the module without C_Finalize, or after a C_Initialize whose
+// device library gave no instance (C_Finalize then answers "not initialized" and stops
+// nothing).
+void stopMonitorBeforeUnload() {
+    try {
+        currentState.load()->deviceMonitor.stopBeforeUnload();
+    } catch (...) {
+        // A destructor must not throw; there is nothing left to report to.
+    }
+}
 
 }  // namespace
 
@@ -18,6 +32,7 @@ ModuleState& moduleState() {
     static const bool created = [] {
         currentState.store(new ModuleState());
         platform::onForkChild(&startAfreshInForkChild);
+        platform::onModuleUnload(&stopMonitorBeforeUnload);
         return true;
     }();
     static_cast<void>(created);

@@ -93,8 +93,8 @@ bool appendToFile(const std::string& path, std::size_t /*ownFoldersFrom*/,
     endOfFile.Offset = 0xFFFFFFFF;
     endOfFile.OffsetHigh = 0xFFFFFFFF;
     DWORD written = 0;
-    const BOOL wrote = ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written,
-                                   &endOfFile);
+    const BOOL wrote =
+        ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, &endOfFile);
     ::CloseHandle(file);
     return wrote != FALSE && written == text.size();
 }
@@ -135,6 +135,25 @@ std::string moduleFolder() {
 
 bool onForkChild(void (* /*handler*/)()) {
     return true;
+}
+
+void onModuleUnload(void (* /*handler*/)()) {}
+
+void holdModuleLoaded() {
+    HMODULE module = nullptr;
+    // Without GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT this takes a reference, which the
+    // FreeLibrary of releaseModuleHold gives back.
+    static_cast<void>(::GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                                           reinterpret_cast<LPCSTR>(&holdModuleLoaded), &module));
+}
+
+void releaseModuleHold() {
+    HMODULE module = nullptr;
+    if (::GetModuleHandleExA(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            reinterpret_cast<LPCSTR>(&releaseModuleHold), &module)) {
+        ::FreeLibrary(module);
+    }
 }
 
 }  // namespace platform
