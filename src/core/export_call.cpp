@@ -1,4 +1,4 @@
-#include "frame/export_frame.h"
+#include "core/export_call.h"
 
 #include <exception>
 #include <new>
@@ -17,13 +17,15 @@ CK_RV ExportCall::reject(CK_RV rv, const std::string& what) const {
     return rv;
 }
 
+CK_RV ExportCall::rejectNull(const char* argument) const {
+    return reject(CKR_ARGUMENTS_BAD, std::string(argument) + " is NULL");
+}
+
 void ExportCall::releaseModuleLock() {
     if (sharedLock_.owns_lock()) {
         sharedLock_.unlock();
     }
 }
-
-namespace frame_detail {
 
 CK_RV answerForCurrentException(const char* name) noexcept {
     CK_RV rv = CKR_GENERAL_ERROR;
@@ -44,19 +46,4 @@ CK_RV answerForCurrentException(const char* name) noexcept {
         // Nothing more can be done without memory; the code still tells the caller.
     }
     return rv;
-}
-
-}  // namespace frame_detail
-
-CK_RV runUnsupportedExport(const char* name) noexcept {
-    try {
-        logInfo(name);
-    } catch (...) {
-        static_cast<void>(frame_detail::answerForCurrentException(name));
-    }
-    return CKR_FUNCTION_NOT_SUPPORTED;
-}
-
-CK_RV runNotYetAvailableExport(const char* name) noexcept {
-    return runExport(name, [](ExportCall&) { return CKR_FUNCTION_NOT_SUPPORTED; });
 }
