@@ -86,9 +86,12 @@ bool onForkChild(void (*handler)());
 //    reference to the DLL from its start (holdModuleLoaded) until C_Finalize has joined it
 //    (releaseModuleHold). An application that unloads the DLL without C_Finalize leaves it
 //    loaded, with its idle thread, until the process ends; its code never goes away under it.
-// Registers the one handler to run when the module's code is about to go away (POSIX only;
-// never called on Windows).
+// Registers the one handler to run when the module's code is about to go away: the library is
+// unloaded or the process ends. Windows runs it under the loader lock (from the DLL's static
+// destructors), where it must not wait for a thread.
 void onModuleUnload(void (*handler)());
+// Whether the unload handler may join a thread of the module: true on POSIX, false on Windows.
+bool threadsMayBeJoinedAtUnload();
 // Takes (Windows) one reference to the module's own file, so that it stays loaded; does
 // nothing on POSIX. Each call is undone by one releaseModuleHold.
 void holdModuleLoaded();

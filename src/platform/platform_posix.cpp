@@ -301,6 +301,10 @@ void onModuleUnload(void (*handler)()) {
     unloadHandler.store(handler);
 }
 
+bool threadsMayBeJoinedAtUnload() {
+    return true;
+}
+
 void holdModuleLoaded() {}
 
 void releaseModuleHold() {}

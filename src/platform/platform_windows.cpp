@@ -10,6 +10,7 @@
 // psapi.h needs windows.h first.
 #include <psapi.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -137,7 +138,27 @@ bool onForkChild(void (* /*handler*/)()) {
     return true;
 }
 
-void onModuleUnload(void (* /*handler*/)()) {}
+namespace {
+std::atomic<void (*)()> unloadHandler{nullptr};
+
+// Its destructor runs when the DLL is unloaded (or the process ends), from the C runtime's
+// DLL_PROCESS_DETACH handling, under the loader lock.
+struct UnloadHandlerRunner {
+    ~UnloadHandlerRunner() {
+        if (void (*handler)() = unloadHandler.exchange(nullptr)) {
+            handler();
+        }
+    }
+} unloadHandlerRunner;
+}  // namespace
+
+void onModuleUnload(void (*handler)()) {
+    unloadHandler.store(handler);
+}
+
+bool threadsMayBeJoinedAtUnload() {
+    return false;
+}
 
 void holdModuleLoaded() {
     HMODULE module = nullptr;

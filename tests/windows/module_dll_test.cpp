@@ -130,7 +130,8 @@ TEST(ModuleDllUnload, TheMonitorKeepsTheDllLoadedUntilFinalize) {
     using Lifecycle = CK_RV(CK_VOID_PTR);
     HMODULE module = ::LoadLibraryA(path.c_str());
     ASSERT_NE(module, nullptr);
-    auto* initialize = reinterpret_cast<Lifecycle*>(::GetProcAddress(module, "C_Initialize"));
+    auto* initialize = reinterpret_cast<Lifecycle*>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "C_Initialize")));
     ASSERT_NE(initialize, nullptr);
     ASSERT_EQ(initialize(nullptr), CKR_OK);
     ASSERT_TRUE(::FreeLibrary(module));
@@ -139,7 +140,8 @@ TEST(ModuleDllUnload, TheMonitorKeepsTheDllLoadedUntilFinalize) {
 
     module = ::LoadLibraryA(path.c_str());
     ASSERT_NE(module, nullptr);
-    auto* finalize = reinterpret_cast<Lifecycle*>(::GetProcAddress(module, "C_Finalize"));
+    auto* finalize = reinterpret_cast<Lifecycle*>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "C_Finalize")));
     ASSERT_NE(finalize, nullptr);
     EXPECT_EQ(finalize(nullptr), CKR_OK);
     ASSERT_TRUE(::FreeLibrary(module));
