@@ -3,11 +3,12 @@
 # shows the module at work through OpenSC's pkcs11-tool, as an application uses it.
 set -eu
 cd "$(dirname "$0")/.."
-./scripts/install-deps.sh
+./scripts/install-deps.sh demo
 
-cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target ostrel-pkcs11 ostrel_softtoken ostrel-token
-build=$PWD/build/default
+# A build of its own without the tests, so that the demo needs no test frameworks.
+build=$PWD/build/demo
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
+cmake --build "$build" -j "$(nproc)" --target ostrel-pkcs11 ostrel_softtoken ostrel-token
 module=$build/src/ostrel-pkcs11.so
 token=$build/softtoken/ostrel-token
 if [ ! -x "$token" ]; then

@@ -1,9 +1,17 @@
 #!/bin/sh
-# Installs what building and testing need on Debian 12, when something is missing.
+# Installs, on Debian 12, what a task needs when something of it is missing.
+#   install-deps.sh demo   building the module and the software token, and the demo's clients
+#   install-deps.sh        everything the tests need (the demo's set, test frameworks, the
+#                          Windows cross toolchain and Wine, the end-to-end clients)
 set -eu
-packages="cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-  libssl-dev libsqlite3-dev openssl sqlite3 opensc gnutls-bin python3
-  g++-mingw-w64-x86-64-posix wine wine64"
+demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
+test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
+  python3 g++-mingw-w64-x86-64-posix wine wine64"
+case "${1:-test}" in
+    demo) packages=$demo_packages ;;
+    test) packages=$test_packages ;;
+    *) echo "usage: $0 [demo|test]" >&2; exit 2 ;;
+esac
 missing=""
 for package in $packages; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed"; then

@@ -1,58 +1,10 @@
 #include "frame/export_frame.h"
 
-#include <exception>
-#include <new>
-
-ExportCall::ExportCall(const char* name, ModuleState& state, Lock lock)
-    : name_(name), state_(state) {
-    if (lock == Lock::Shared) {
-        sharedLock_ = std::shared_lock<std::shared_mutex>(state.lifecycleMutex);
-    } else {
-        exclusiveLock_ = std::unique_lock<std::shared_mutex>(state.lifecycleMutex);
-    }
-}
-
-CK_RV ExportCall::reject(CK_RV rv, const std::string& what) const {
-    logError(std::string(name_) + ": " + what);
-    return rv;
-}
-
-void ExportCall::releaseModuleLock() {
-    if (sharedLock_.owns_lock()) {
-        sharedLock_.unlock();
-    }
-}
-
-namespace frame_detail {
-
-CK_RV answerForCurrentException(const char* name) noexcept {
-    CK_RV rv = CKR_GENERAL_ERROR;
-    std::string what;
-    try {
-        throw;
-    } catch (const std::bad_alloc&) {
-        rv = CKR_HOST_MEMORY;
-        what = "out of memory";
-    } catch (const std::exception& error) {
-        what = error.what();
-    } catch (...) {
-        what = "unknown exception";
-    }
-    try {
-        logError(std::string(name) + ": unexpected error: " + what);
-    } catch (...) {
-        // Nothing more can be done without memory; the code still tells the caller.
-    }
-    return rv;
-}
-
-}  // namespace frame_detail
-
 CK_RV runUnsupportedExport(const char* name) noexcept {
     try {
         logInfo(name);
     } catch (...) {
-        static_cast<void>(frame_detail::answerForCurrentException(name));
+        static_cast<void>(answerForCurrentException(name));
     }
     return CKR_FUNCTION_NOT_SUPPORTED;
 }

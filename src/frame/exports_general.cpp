@@ -6,7 +6,8 @@
 
 // pInitArgs is never read: the module makes its own threads and locks whatever the caller asks.
 CK_RV C_Initialize(CK_VOID_PTR /*pInitArgs*/) {
-    return runLifecycleExport("C_Initialize", [](ExportCall& call) { return initializeModule(call); });
+    return runLifecycleExport("C_Initialize",
+                              [](ExportCall& call) { return initializeModule(call); });
 }
 
 CK_RV C_Finalize(CK_VOID_PTR /*pReserved*/) {
@@ -28,6 +29,6 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList) {
         *ppFunctionList = moduleFunctionList();
         return CKR_OK;
     } catch (...) {
-        return frame_detail::answerForCurrentException("C_GetFunctionList");
+        return answerForCurrentException("C_GetFunctionList");
     }
 }

@@ -20,8 +20,8 @@ void writeTerminatedText(CK_UTF8CHAR (&field)[FieldSize], const char* text) {
 }  // namespace
 
 CK_RV getLibraryInfo(ExportCall& call, CK_INFO* pInfo) {
-    if (pInfo == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pInfo is NULL");
+    if (CK_RV rv = call.requireNonNull(pInfo, "pInfo"); rv != CKR_OK) {
+        return rv;
     }
     pInfo->cryptokiVersion = CK_VERSION{2, 20};
     writeTerminatedText(pInfo->manufacturerID, "Kelvanetics");

@@ -77,4 +77,24 @@ std::string moduleFolder();
 // inherited. False when it could not be registered. Windows has no fork: nothing to do.
 bool onForkChild(void (*handler)());
 
+// A thread of the module must never outlive the module's code. The two platforms unload code
+// differently, so each gets the safe rule of its own:
+//  - POSIX: unloading (dlclose) and process exit run the library's destructors, which may wait
+//    for a thread: onModuleUnload's handler runs there and stops and joins the thread.
+//  - Windows: the loader calls DllMain under its lock, and a thread cannot end while another
+//    thread holds that lock, so DllMain must never wait for one. Instead the thread holds a
+//    reference to the DLL from its start (holdModuleLoaded) until C_Finalize has joined it
+//    (releaseModuleHold). An application that unloads the DLL without C_Finalize leaves it
+//    loaded, with its idle thread, until the process ends; its code never goes away under it.
+// Registers the one handler to run when the module's code is about to go away: the library is
+// unloaded or the process ends. Windows runs it under the loader lock (from the DLL's static
+// destructors), where it must not wait for a thread.
+void onModuleUnload(void (*handler)());
+// Whether the unload handler may join a thread of the module: true on POSIX, false on Windows.
+bool threadsMayBeJoinedAtUnload();
+// Takes (Windows) one reference to the module's own file, so that it stays loaded; does
+// nothing on POSIX. Each call is undone by one releaseModuleHold.
+void holdModuleLoaded();
+void releaseModuleHold();
+
 }  // namespace platform

@@ -286,4 +286,27 @@ bool onForkChild(void (*handler)()) {
     return ::pthread_atfork(nullptr, nullptr, handler) == 0;
 }
 
+namespace {
+std::atomic<void (*)()> unloadHandler{nullptr};
+
+// Runs from the library's destructors: at dlclose, and at exit after the atexit handlers.
+__attribute__((destructor)) void runUnloadHandler() {
+    if (void (*handler)() = unloadHandler.exchange(nullptr)) {
+        handler();
+    }
+}
+}  // namespace
+
+void onModuleUnload(void (*handler)()) {
+    unloadHandler.store(handler);
+}
+
+bool threadsMayBeJoinedAtUnload() {
+    return true;
+}
+
+void holdModuleLoaded() {}
+
+void releaseModuleHold() {}
+
 }  // namespace platform

@@ -10,6 +10,7 @@
 // psapi.h needs windows.h first.
 #include <psapi.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -93,8 +94,8 @@ bool appendToFile(const std::string& path, std::size_t /*ownFoldersFrom*/,
     endOfFile.Offset = 0xFFFFFFFF;
     endOfFile.OffsetHigh = 0xFFFFFFFF;
     DWORD written = 0;
-    const BOOL wrote = ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written,
-                                   &endOfFile);
+    const BOOL wrote =
+        ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, &endOfFile);
     ::CloseHandle(file);
     return wrote != FALSE && written == text.size();
 }
@@ -135,6 +136,45 @@ std::string moduleFolder() {
 
 bool onForkChild(void (* /*handler*/)()) {
     return true;
+}
+
+namespace {
+std::atomic<void (*)()> unloadHandler{nullptr};
+
+// Its destructor runs when the DLL is unloaded (or the process ends), from the C runtime's
+// DLL_PROCESS_DETACH handling, under the loader lock.
+struct UnloadHandlerRunner {
+    ~UnloadHandlerRunner() {
+        if (void (*handler)() = unloadHandler.exchange(nullptr)) {
+            handler();
+        }
+    }
+} unloadHandlerRunner;
+}  // namespace
+
+void onModuleUnload(void (*handler)()) {
+    unloadHandler.store(handler);
+}
+
+bool threadsMayBeJoinedAtUnload() {
+    return false;
+}
+
+void holdModuleLoaded() {
+    HMODULE module = nullptr;
+    // Without GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT this takes a reference, which the
+    // FreeLibrary of releaseModuleHold gives back.
+    static_cast<void>(::GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                                           reinterpret_cast<LPCSTR>(&holdModuleLoaded), &module));
+}
+
+void releaseModuleHold() {
+    HMODULE module = nullptr;
+    if (::GetModuleHandleExA(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            reinterpret_cast<LPCSTR>(&releaseModuleHold), &module)) {
+        ::FreeLibrary(module);
+    }
 }
 
 }  // namespace platform

@@ -4,18 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "device/device_results.h"
 #include "device/ostrel_device.h"
-#include "frame/session_access.h"
 #include "sessions/login_rules.h"
+#include "sessions/session_access.h"
 #include "sessions/session_functions.h"
 
 namespace {
 
-// ostrel_validatePassword's user kinds, and its result for a device failure (not a PIN
-// failure, so no retry count is reported for it).
+// ostrel_validatePassword's user kinds.
 constexpr int kUserKindUser = 1;
 constexpr int kUserKindSecurityOfficer = 2;
-constexpr int kValidationDeviceFailure = 48;
 
 // What a login does to one session of the token: its new state, and the code and error line
 // it notes (CKR_OK and null when none).
@@ -55,18 +54,19 @@ bool isStoredUserPin(ModuleState& state, const SecretString& pin) {
     return !state.userPassword.empty() && state.userPassword.equals(pin.c_str(), pin.size());
 }
 
-CK_RV checkOnDevice(const ExportCall& call, const SessionRecord& session, const SecretString& pin,
+CK_RV checkOnDevice(const ExportCall& call, const SessionAccess& session, const SecretString& pin,
                     CK_USER_TYPE userType) {
     int retryCount = 0;
     const int result =
-        ostrel_validatePassword(session.token.serialNumber.c_str(), pin.c_str(),
+        ostrel_validatePassword(session.deviceId(), pin.c_str(),
                                 userType == CKU_USER ? kUserKindUser : kUserKindSecurityOfficer,
                                 &retryCount, call.instance());
     if (result == 0) {
         return CKR_OK;
     }
     logError("Token password validation failed : " + decimalText(result));
-    if (result == kValidationDeviceFailure) {
+    // An unreachable device is no PIN failure: there is no retry count to report.
+    if (result == device_result::kDeviceUnreachable) {
         return CKR_FUNCTION_FAILED;
     }
     logError("Token password validation failed, retry count : " + decimalText(retryCount));
@@ -76,7 +76,7 @@ CK_RV checkOnDevice(const ExportCall& call, const SessionRecord& session, const 
 // Keeps a user's PIN and walks every session of the token in handle order. The walk never
 // stops early and the code noted last is the answer, although the states have changed and the
 // PIN is kept by then: deliberate.
-CK_RV recordLogin(ModuleState& state, SessionRecord& session, CK_USER_TYPE userType,
+CK_RV recordLogin(ModuleState& state, const SessionAccess& session, CK_USER_TYPE userType,
                   const SecretString& pin) {
     CK_STATE stateBefore = 0;
     CK_RV noted = CKR_OK;
@@ -86,8 +86,8 @@ CK_RV recordLogin(ModuleState& state, SessionRecord& session, CK_USER_TYPE userT
         if (userType == CKU_USER) {
             state.userPassword = pin;
         }
-        stateBefore = session.state.load();
-        state.sessionTable.forEachOnDevice(session.token.serialNumber, [&](SessionRecord& each) {
+        stateBefore = session.state();
+        state.sessionTable.forEachOnDevice(session.token().serialNumber, [&](SessionRecord& each) {
             const LoginStep step = loginStep(each.state.load(), userType);
             each.state.store(step.newState);
             if (step.noted != CKR_OK) {
@@ -110,9 +110,9 @@ CK_RV recordLogin(ModuleState& state, SessionRecord& session, CK_USER_TYPE userT
 
 CK_RV logIn(ExportCall& call, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
             CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen) {
-    return withSession(call, hSession, [&](SessionRecord& session) {
+    return withSession(call, hSession, [&](const SessionAccess& session) {
         if (userType == CKU_USER) {
-            if (isUserState(session.state.load())) {
+            if (isUserState(session.state())) {
                 // At info level, not error: deliberate.
                 logInfo("C_Login: User already logged in");
                 return CKR_USER_ALREADY_LOGGED_IN;
@@ -121,8 +121,8 @@ CK_RV logIn(ExportCall& call, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
             return call.reject(CKR_USER_TYPE_INVALID,
                                "unsupported userType=" + decimalText(userType));
         }
-        const CK_RV pinArgument =
-            checkPinArgument(call, pPin, ulPinLen, "pPin", "pin length out of range, ulPinLen=");
+        const CK_RV pinArgument = checkPinArgument(
+            call, pPin, ulPinLen, "pPin", "pin length out of range, ulPinLen=", CKR_PIN_INCORRECT);
         if (pinArgument != CKR_OK) {
             return pinArgument;
         }

@@ -2,8 +2,8 @@
 // their public states.
 #include <mutex>
 
-#include "frame/session_access.h"
 #include "sessions/login_rules.h"
+#include "sessions/session_access.h"
 #include "sessions/session_functions.h"
 
 namespace {
@@ -23,8 +23,8 @@ CK_STATE loggedOut(CK_STATE state) {
 }  // namespace
 
 CK_RV logOut(ExportCall& call, CK_SESSION_HANDLE hSession) {
-    return withSession(call, hSession, [&](SessionRecord& session) {
-        const CK_STATE current = session.state.load();
+    return withSession(call, hSession, [&](const SessionAccess& session) {
+        const CK_STATE current = session.state();
         if (isPublicState(current)) {
             return call.reject(CKR_USER_NOT_LOGGED_IN,
                                "user not logged in, session state=" + decimalText(current));
@@ -33,9 +33,9 @@ CK_RV logOut(ExportCall& call, CK_SESSION_HANDLE hSession) {
         {
             std::lock_guard<std::mutex> logins(state.loginMutex);
             std::lock_guard<std::mutex> tables(state.tableMutex);
-            state.sessionTable.forEachOnDevice(session.token.serialNumber, [](SessionRecord& each) {
-                each.state.store(loggedOut(each.state.load()));
-            });
+            state.sessionTable.forEachOnDevice(
+                session.token().serialNumber,
+                [](SessionRecord& each) { each.state.store(loggedOut(each.state.load())); });
             // The PIN is module-wide, so it goes although only this token's sessions moved.
             // Deliberate.
             state.userPassword.clear();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cryptoki/cryptoki.h"
+#include "core/secret_bytes.h"
 #include "device/ostrel_device.h"
 
 // Codes of OperationContext::activeOperation. 6 and 8 are never used. 9 and 10 mark an
@@ -29,9 +30,9 @@ struct OperationContext {
     // device library's lists change under a pointer at its next call.
     std::optional<OstrelKeyPair> keyPair;
     // A result computed by a single-part call whose caller asked only for its length.
-    Bytes pendingOutput;
+    SecretBytes pendingOutput;
     // Input collected by Update calls of a mechanism whose input the module does not hash.
-    Bytes bufferedData;
+    SecretBytes bufferedData;
     // The device library's running hash. Closing the session does not end it on the device:
     // the library releases contexts never finalised with the instance.
     HashContext hashContext = nullptr;

@@ -2,7 +2,7 @@
 // the export frame, which has already logged the call and checked initialisation.
 #pragma once
 
-#include "frame/export_frame.h"
+#include "core/export_call.h"
 
 CK_RV openSession(ExportCall& call, CK_SLOT_ID slotID, CK_FLAGS flags,
                   CK_SESSION_HANDLE_PTR phSession);

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <optional>
 
-#include "frame/session_access.h"
+#include "sessions/session_access.h"
 #include "sessions/session_functions.h"
 #include "slots/slot_lookup.h"
 
@@ -29,8 +29,8 @@ CK_RV openSession(ExportCall& call, CK_SLOT_ID slotID, CK_FLAGS flags,
         return call.reject(CKR_SESSION_PARALLEL_NOT_SUPPORTED,
                            "CKF_SERIAL_SESSION not set, flags=" + decimalText(flags));
     }
-    if (phSession == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "phSession is NULL");
+    if (CK_RV rv = call.requireNonNull(phSession, "phSession"); rv != CKR_OK) {
+        return rv;
     }
     const CK_STATE requested = flags & CKF_RW_SESSION;
     // findSlot accepted the ID, so it fits in 32 bits.
@@ -54,19 +54,13 @@ CK_RV openSession(ExportCall& call, CK_SLOT_ID slotID, CK_FLAGS flags,
 
 CK_RV closeSession(ExportCall& call, CK_SESSION_HANDLE hSession) {
     // Waits for a call still running on the session; its operation state dies with the record.
-    return withSession(call, hSession, [&](SessionRecord& session) {
+    return withSession(call, hSession, [&](const SessionAccess& session) {
         ModuleState& state = call.state();
-        bool erased = false;
         {
-            // withSession found the handle, so it fits in 32 bits.
             std::lock_guard<std::mutex> tables(state.tableMutex);
-            erased = state.sessionTable.erase(static_cast<std::uint32_t>(hSession), session);
+            state.sessionTable.erase(session.handle(), session.record());
         }
-        // Another thread closed it while this call waited for the session.
-        if (!erased) {
-            return call.reject(CKR_SESSION_HANDLE_INVALID,
-                               "invalid hSession=" + decimalText(hSession));
-        }
+        session.record().closed = true;
         // userPassword stays: a session opened later still starts logged in. Deliberate.
         return CKR_OK;
     });
@@ -77,10 +71,16 @@ CK_RV closeAllSessions(ExportCall& call, CK_SLOT_ID slotID) {
     if (!findSlot(state, slotID)) {
         return rejectInvalidSlot(call, slotID);
     }
+    SessionTable::Records closing;
     {
         // Deliberately the sessions of every slot, not only those of slotID; and no logout.
         std::lock_guard<std::mutex> tables(state.tableMutex);
-        state.sessionTable.clear();
+        closing = state.sessionTable.takeAll();
+    }
+    // Each close waits for the call in progress on its session, as C_CloseSession does.
+    for (const auto& entry : closing) {
+        std::lock_guard<std::mutex> sessionLock(entry.second->callMutex);
+        entry.second->closed = true;
     }
     logInfo("Close all session");
     return CKR_OK;

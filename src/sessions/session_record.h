@@ -27,4 +27,7 @@ struct SessionRecord {
     // Held for the whole of a call on this session, so that one session's operation state is
     // never touched by two threads at once while other sessions run in parallel.
     std::mutex callMutex;
+    // Set, under callMutex, when the session is closed: a call that was waiting for callMutex
+    // must not act on it any more.
+    bool closed = false;
 };

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "sessions/session_record.h"
 
@@ -15,6 +16,8 @@ public:
     using Records = std::map<std::uint32_t, std::shared_ptr<SessionRecord>>;
 
     void clear() { records_.clear(); }
+    // Empties the table and hands its records to the caller.
+    Records takeAll() { return std::exchange(records_, Records{}); }
     std::size_t size() const { return records_.size(); }
     const Records& records() const { return records_; }
 

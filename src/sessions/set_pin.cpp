@@ -2,24 +2,24 @@
 #include <mutex>
 
 #include "device/ostrel_device.h"
-#include "frame/session_access.h"
 #include "sessions/login_rules.h"
+#include "sessions/session_access.h"
 #include "sessions/session_functions.h"
 
 CK_RV setPin(ExportCall& call, CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin,
              CK_ULONG ulOldLen, CK_UTF8CHAR_PTR pNewPin, CK_ULONG ulNewLen) {
-    return withSession(call, hSession, [&](SessionRecord& session) {
+    return withSession(call, hSession, [&](const SessionAccess& session) {
         // Read-write sessions go on whether or not anybody is logged in.
-        const CK_STATE current = session.state.load();
+        const CK_STATE current = session.state();
         if (isReadOnlyState(current)) {
             return call.reject(CKR_SESSION_READ_ONLY,
                                "session is read-only, state=" + decimalText(current));
         }
         CK_RV rv = checkPinArgument(call, pOldPin, ulOldLen, "pOldPin",
-                                    "old pin length out of range, ulOldLen=");
+                                    "old pin length out of range, ulOldLen=", CKR_PIN_INVALID);
         if (rv == CKR_OK) {
             rv = checkPinArgument(call, pNewPin, ulNewLen, "pNewPin",
-                                  "new pin length out of range, ulNewLen=");
+                                  "new pin length out of range, ulNewLen=", CKR_PIN_INVALID);
         }
         if (rv != CKR_OK) {
             return rv;
@@ -30,8 +30,8 @@ CK_RV setPin(ExportCall& call, CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldP
         std::lock_guard<std::mutex> logins(state.loginMutex);
         int failureCount = 0;
         const bool changed =
-            ostrel_changeUserPassword(session.token.serialNumber.c_str(), oldPin.c_str(),
-                                      newPin.c_str(), &failureCount, false, false, call.instance());
+            ostrel_changeUserPassword(session.deviceId(), oldPin.c_str(), newPin.c_str(),
+                                      &failureCount, false, false, call.instance());
         if (!changed) {
             return call.reject(
                 CKR_FUNCTION_FAILED,

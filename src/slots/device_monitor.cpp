@@ -5,10 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "core/export_call.h"
+#include "core/module_state.h"
 #include "device/ostrel_device.h"
-#include "frame/export_frame.h"
-#include "frame/module_state.h"
 #include "log/log.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -54,10 +55,26 @@ void DeviceMonitor::start(ModuleState& state) {
         stopDeviceMonitor();
     }
     deviceMonitorStopRequested_.exchange(false);
-    thread_ = std::thread(&DeviceMonitor::run, this, std::ref(state));
+    platform::holdModuleLoaded();
+    try {
+        thread_ = std::thread(&DeviceMonitor::run, this, std::ref(state));
+    } catch (...) {
+        platform::releaseModuleHold();
+        throw;
+    }
 }
 
 void DeviceMonitor::stopDeviceMonitor() {
+    if (stopAndJoin()) {
+        logInfo("Monitor thread joined (stopDeviceMonitor).");
+    }
+}
+
+void DeviceMonitor::stopBeforeUnload() {
+    static_cast<void>(stopAndJoin());
+}
+
+bool DeviceMonitor::stopAndJoin() {
     deviceMonitorStopRequested_.exchange(true);
     {
         // Taking the lock before notifying closes the gap between a waiter's test of the stop
@@ -66,12 +83,15 @@ void DeviceMonitor::stopDeviceMonitor() {
         ++stopGeneration_;
     }
     eventCondition_.notify_all();
+    bool joined = false;
     if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) {
         thread_.join();
         thread_ = std::thread();
-        logInfo("Monitor thread joined (stopDeviceMonitor).");
+        platform::releaseModuleHold();
+        joined = true;
     }
     deviceMonitorRunning_.exchange(false);
+    return joined;
 }
 
 void DeviceMonitor::run(ModuleState& state) {
@@ -84,7 +104,7 @@ void DeviceMonitor::run(ModuleState& state) {
         logInfo("Session monitor thread stopped.");
     } catch (...) {
         // An exception must not end the process from a thread of ours.
-        static_cast<void>(frame_detail::answerForCurrentException("Session monitor thread"));
+        static_cast<void>(answerForCurrentException("Session monitor thread"));
     }
     deviceMonitorRunning_.exchange(false);
 }
@@ -96,8 +116,8 @@ void DeviceMonitor::runCycles(ModuleState& state) {
             ostrel_getConnectedDeviceList(false, state.deviceInstance.load());
         demoteSessionsOfVanishedDevices(state, connected);
         if (connected.size() != previousCount) {
-            logInfo("Slot event: device count changed from " + decimalText(previousCount) +
-                    " to " + decimalText(connected.size()));
+            logInfo("Slot event: device count changed from " + decimalText(previousCount) + " to " +
+                    decimalText(connected.size()));
             raiseSlotEvent();
             previousCount = connected.size();
         }
@@ -128,8 +148,8 @@ void DeviceMonitor::setPollingPeriodForTesting(std::chrono::milliseconds period)
 }
 
 CK_RV DeviceMonitor::waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot) {
-    if (pSlot == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pSlot is NULL");
+    if (CK_RV rv = call.requireNonNull(pSlot, "pSlot"); rv != CKR_OK) {
+        return rv;
     }
     if ((flags & CKF_DONT_BLOCK) != 0) {
         if (!eventPending_.exchange(false)) {

@@ -21,6 +21,8 @@ public:
     void start(ModuleState& state);
     // Asks the thread to end, wakes every slot-event waiter, and joins the thread.
     void stopDeviceMonitor();
+    // The same without a log line, for when the module's code is about to be unloaded.
+    void stopBeforeUnload();
     bool isRunning() const { return deviceMonitorRunning_.load(); }
 
     CK_RV waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot);
@@ -35,6 +37,8 @@ private:
     void raiseSlotEvent();
     // Sleeps for one polling period, or less when a stop is requested.
     void sleepOneCycle();
+    // Requests the stop and joins the thread; true when a thread was joined.
+    bool stopAndJoin();
 
     std::atomic<bool> deviceMonitorRunning_{false};
     std::atomic<bool> deviceMonitorStopRequested_{false};
@@ -47,6 +51,7 @@ private:
     // has already cleared the stop request again before it wakes. Guarded by eventMutex_.
     std::uint64_t stopGeneration_ = 0;
 
-    // Touched only by C_Initialize and C_Finalize, which run alone.
+    // Touched only by C_Initialize and C_Finalize, which run alone, and by the unload handler.
+    // While it holds a thread, the module is held loaded (platform::holdModuleLoaded).
     std::thread thread_;
 };

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "core/list_output.h"
 #include "crypto/mechanism_policy.h"
 #include "log/log.h"
 #include "slots/mechanism_catalogue.h"
@@ -20,32 +21,23 @@ SlotView viewOfSlot(ModuleState& state, CK_SLOT_ID slotID) {
 
 CK_RV getMechanismList(ExportCall& call, CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList,
                        CK_ULONG_PTR pulCount) {
-    if (pulCount == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pulCount is NULL");
+    if (CK_RV rv = call.requireNonNull(pulCount, "pulCount"); rv != CKR_OK) {
+        return rv;
     }
     const std::vector<CK_MECHANISM_TYPE> types = listedMechanisms(viewOfSlot(call.state(), slotID));
-    if (pMechanismList == nullptr) {
-        *pulCount = static_cast<CK_ULONG>(types.size());
-        return CKR_OK;
+    // A buffer too small deliberately leaves *pulCount as the caller set it: the count is
+    // learnt only through the null-buffer call.
+    const ListOutput<CK_MECHANISM_TYPE> output(call, pMechanismList, pulCount);
+    if (auto answered = output.answerSizeOrShortage(types.size(), "mechanismCount")) {
+        return *answered;
     }
-    if (types.size() > *pulCount) {
-        // Deliberately leaves *pulCount as the caller set it: the count is learnt only through
-        // the null-buffer call.
-        return call.reject(CKR_BUFFER_TOO_SMALL,
-                           "buffer too small, *pulCount=" + decimalText(*pulCount) +
-                               " mechanismCount=" + decimalText(types.size()));
-    }
-    for (std::size_t i = 0; i < types.size(); ++i) {
-        pMechanismList[i] = types[i];
-    }
-    *pulCount = static_cast<CK_ULONG>(types.size());
-    return CKR_OK;
+    return output.fill(types);
 }
 
 CK_RV getMechanismInfo(ExportCall& call, CK_SLOT_ID slotID, CK_MECHANISM_TYPE type,
                        CK_MECHANISM_INFO_PTR pInfo) {
-    if (pInfo == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pInfo is NULL");
+    if (CK_RV rv = call.requireNonNull(pInfo, "pInfo"); rv != CKR_OK) {
+        return rv;
     }
     logInfo("C_GetMechanismInfo -- type : " + decimalText(type));
     const MechanismEntry* entry = findMechanism(type);

@@ -15,8 +15,8 @@ CK_RV getSlotInfo(ExportCall& call, CK_SLOT_ID slotID, CK_SLOT_INFO* pInfo) {
     if (!slot) {
         return rejectInvalidSlot(call, slotID);
     }
-    if (pInfo == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pInfo is NULL");
+    if (CK_RV rv = call.requireNonNull(pInfo, "pInfo"); rv != CKR_OK) {
+        return rv;
     }
     std::memset(pInfo, 0, sizeof *pInfo);
     TextFields texts(pInfo, offsetof(CK_SLOT_INFO, flags));

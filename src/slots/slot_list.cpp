@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/list_output.h"
 #include "device/ostrel_device.h"
 #include "log/log.h"
 #include "slots/slot_operations.h"
@@ -40,8 +41,8 @@ void clearSlotTable(ModuleState& state) {
 
 // tokenPresent is not an argument here: the list always holds only slots with a token.
 CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCount) {
-    if (pulCount == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pulCount is NULL");
+    if (CK_RV rv = call.requireNonNull(pulCount, "pulCount"); rv != CKR_OK) {
+        return rv;
     }
     ModuleState& state = call.state();
     const std::vector<std::string> devices = ostrel_getConnectedDeviceList(false, call.instance());
@@ -51,14 +52,9 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
     }
     // The size query deliberately counts connected devices while the fill below counts tokens:
     // a buffer sized by it always has room. It leaves the table as it was.
-    if (pSlotList == nullptr) {
-        *pulCount = static_cast<CK_ULONG>(devices.size());
-        return CKR_OK;
-    }
-    if (devices.size() > *pulCount) {
-        return call.reject(CKR_BUFFER_TOO_SMALL,
-                           "buffer too small, *pulCount=" + decimalText(*pulCount) +
-                               " slotCount=" + decimalText(devices.size()));
+    const ListOutput<CK_SLOT_ID> output(call, pSlotList, pulCount);
+    if (auto answered = output.answerSizeOrShortage(devices.size(), "slotCount")) {
+        return *answered;
     }
 
     const std::vector<DeviceToken> tokens = readTokens(devices, call.instance());
@@ -71,9 +67,9 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
     }
     // Deliberate: slot IDs are numbered in device-list order, while lookups count positions in
     // ascending identifier order; a repeated identifier still gets its own slot ID here.
+    std::vector<CK_SLOT_ID> slotIds(tokens.size());
     for (std::size_t k = 0; k < tokens.size(); ++k) {
-        pSlotList[k] = kFirstSlotId + static_cast<CK_SLOT_ID>(k);
+        slotIds[k] = kFirstSlotId + static_cast<CK_SLOT_ID>(k);
     }
-    *pulCount = static_cast<CK_ULONG>(tokens.size());
-    return CKR_OK;
+    return output.fill(slotIds);
 }

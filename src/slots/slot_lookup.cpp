@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "frame/handle_value.h"
+#include "core/handle_value.h"
 #include "log/log.h"
 
 std::optional<SlotTable::Entry> findSlot(ModuleState& state, CK_SLOT_ID slotID) {

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "frame/export_frame.h"
+#include "core/export_call.h"
 #include "slots/slot_table.h"
 
 // The slot's entry as the last C_GetSlotList left the table, or nothing for an ID that names no

@@ -2,7 +2,7 @@
 // export frame (entry log and initialisation check done) and answers a CKR code.
 #pragma once
 
-#include "frame/export_frame.h"
+#include "core/export_call.h"
 
 CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCount);
 CK_RV getSlotInfo(ExportCall& call, CK_SLOT_ID slotID, CK_SLOT_INFO* pInfo);

@@ -80,8 +80,8 @@ CK_RV getTokenInfo(ExportCall& call, CK_SLOT_ID slotID, CK_TOKEN_INFO* pInfo) {
     if (!slot) {
         return rejectInvalidSlot(call, slotID);
     }
-    if (pInfo == nullptr) {
-        return call.reject(CKR_ARGUMENTS_BAD, "pInfo is NULL");
+    if (CK_RV rv = call.requireNonNull(pInfo, "pInfo"); rv != CKR_OK) {
+        return rv;
     }
     const TokenInfo& token = slot->token;
     std::memset(pInfo, 0, sizeof *pInfo);

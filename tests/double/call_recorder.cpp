@@ -5,6 +5,7 @@ namespace devicedouble {
 namespace detail {
 
 Operation::~Operation() {
+    call_.finishedAt = std::chrono::steady_clock::now();
     state_.calls.push_back(std::move(call_));
 }
 

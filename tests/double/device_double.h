@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "device/device_results.h"
 #include "device/ostrel_device.h"
 
 // The scripting functions are exported from the shared build too, so that a test which loads
@@ -33,19 +34,21 @@
 
 namespace devicedouble {
 
-// Result codes that the double's own behaviour produces. 40 and 48 are the codes the module
-// gives a meaning to; the others are the double's and only travel into the module's log.
-constexpr int kResultStorageFull = 40;
-constexpr int kResultDeviceFailure = 48;  // device not connected (or unknown)
-constexpr int kResultWrongPin = 10;
-constexpr int kResultPinLocked = 11;
-constexpr int kResultNotFound = 12;        // no key pair or certificate with that reference
-constexpr int kResultBadArgument = 13;     // null pointer, negative length, unknown code
-constexpr int kResultBufferTooSmall = 14;  // signature room in *signatureLength too small
-constexpr int kResultBadSignature = 15;    // verifySignatureHash: not a signature we made
-constexpr int kResultBadData = 16;         // undecryptable input, unparsable certificate
-constexpr int kResultBadContext = 17;      // null, ended or foreign hash context
-constexpr int kResultBadInstance = 18;     // instance not made by ostrel_createInstance
+// Result codes that the double's own behaviour produces: those of the shared table
+// (device/device_results.h), so that a code means the same whichever library answered it.
+constexpr int kResultStorageFull = device_result::kStorageFull;
+constexpr int kResultDeviceFailure = device_result::kDeviceUnreachable;  // not connected, unknown
+constexpr int kResultWrongPin = device_result::kPinIncorrect;
+constexpr int kResultPinLocked = device_result::kPinLocked;
+constexpr int kResultNotFound = device_result::kObjectNotFound;
+constexpr int kResultBadArgument = device_result::kBadArgument;  // null pointer, bad length, code
+constexpr int kResultBufferTooSmall = device_result::kBufferTooSmall;
+constexpr int kResultBadSignature = device_result::kSignatureInvalid;  // not one the double made
+constexpr int kResultBadData = device_result::kUnparsable;   // unparsable certificate or point
+constexpr int kResultInputSize = device_result::kInputSize;  // too long for the key
+constexpr int kResultDecryptFailed = device_result::kDecryptFailed;  // not a ciphertext we made
+constexpr int kResultBadContext = device_result::kBadHashContext;    // null, ended or foreign
+constexpr int kResultBadInstance = device_result::kBadInstance;      // not made by createInstance
 
 // Every device starts with these PINs until setPin changes them.
 constexpr const char* kDefaultUserPin = "123456";
@@ -103,6 +106,8 @@ struct Call {
     std::vector<std::string> nullArguments;
     HashContext context = nullptr;
     DeviceInstance instance = nullptr;
+    // When the call finished, to order it against what the test's threads did.
+    std::chrono::steady_clock::time_point finishedAt;
 };
 
 // What the certificate operations answer for one DER encoding.
@@ -246,6 +251,19 @@ DEVICE_DOUBLE_API void openDeviceListGate();
 // True once at least `count` callers are blocked at the closed gate, false after the timeout.
 DEVICE_DOUBLE_API bool waitForBlockedDeviceListCalls(std::size_t count,
                                                      std::chrono::milliseconds timeout);
+
+// ---- Gates of any operation ----
+
+// While the gate of an operation (name without "ostrel_") is closed, every call of it blocks
+// before it is recorded or does anything, until the gate opens (reset opens all gates). Lets a
+// test hold a module call in the middle of its device call, e.g. to race C_CloseSession
+// against it.
+DEVICE_DOUBLE_API void closeGate(const std::string& operation);
+DEVICE_DOUBLE_API void openGate(const std::string& operation);
+DEVICE_DOUBLE_API void openAllGates();
+// True once at least `count` callers are blocked at the operation's closed gate.
+DEVICE_DOUBLE_API bool waitForBlockedCalls(const std::string& operation, std::size_t count,
+                                           std::chrono::milliseconds timeout);
 
 // ---- Call log ----
 // Calls in the order they finished. The module's device monitor polls getConnectedDeviceList

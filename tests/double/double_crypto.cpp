@@ -240,7 +240,7 @@ int ostrel_encrypt(EncryptionType type, PaddingMode padding, const unsigned char
         if (size == 0 || !knownPadding)
             return dd::kResultBadArgument;
         if (plaintext.size() + paddingOverhead(padding) > size)
-            return dd::kResultBadData;
+            return dd::kResultInputSize;
     }
     Bytes seed = keyBytes;
     seed.insert(seed.end(), plaintext.begin(), plaintext.end());
@@ -275,7 +275,7 @@ int ostrel_decrypt(const char* deviceId, const unsigned char* keyReference, cons
     auto scripted = op.scriptedOutput();
     auto known = op.state().plaintextOf.find(ciphertext);
     if (!scripted && known == op.state().plaintextOf.end() && !op.forced()) {
-        return dd::kResultBadData;
+        return dd::kResultDecryptFailed;
     }
     Bytes value = scripted                                ? *scripted
                   : known != op.state().plaintextOf.end() ? known->second

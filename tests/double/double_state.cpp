@@ -113,7 +113,7 @@ bool storeText(char* field, std::size_t capacity, const std::string& value) {
 
 // detail::state(), not the member state(): state_ is not bound yet.
 Operation::Operation(const char* name, DeviceInstance instance)
-    : lock_(detail::state().mutex), state_(detail::state()) {
+    : lock_((detail::waitAtOperationGate(name), detail::state().mutex)), state_(detail::state()) {
     call_.operation = name;
     call_.instance = instance;
 }
@@ -210,6 +210,7 @@ void reset() {
         s.fakeCounter = 0;
     }
     openDeviceListGate();
+    openAllGates();
 }
 
 void scriptResult(const std::string& operation, int code, int times) {

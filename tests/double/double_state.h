@@ -13,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,14 @@ struct Gate {
     std::size_t waiting = 0;
 };
 
+// Gates of any operation (closeGate): the names of the closed ones and who waits at them.
+struct OperationGates {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::set<std::string> closed;
+    std::map<std::string, std::size_t> waiting;
+};
+
 struct State {
     std::mutex mutex;
     std::map<std::string, Device> devices;
@@ -73,6 +82,7 @@ struct State {
     std::map<Bytes, Bytes> plaintextOf;  // ciphertexts made by encrypt
     std::uint64_t fakeCounter = 0;
     Gate gate;
+    OperationGates operationGates;
 };
 
 // The one state of the process. Never destroyed, so that a monitor thread still polling at exit
@@ -157,6 +167,8 @@ bool parseCertificate(const Bytes& der, CertificateInfo& info);
 
 // Blocks while the device-list gate is closed. Caller must not hold the state mutex.
 void waitAtDeviceListGate();
+// Blocks while the gate of the operation is closed. Caller must not hold the state mutex.
+void waitAtOperationGate(const char* operation);
 
 // Adds the devices of OSTREL_DOUBLE_DEVICES not yet known (double_environment.cpp). Caller holds
 // the state mutex.

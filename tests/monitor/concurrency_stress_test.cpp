@@ -6,14 +6,15 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
 
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
-#include "slots/device_monitor.h"
 #include "support/log_capture.h"
+#include "support/polling_period.h"
 #include "support/wait_until.h"
 
 namespace dd = devicedouble;
@@ -44,7 +45,14 @@ void refreshSlots(Outcome& outcome) {
     expectOneOf(outcome, C_GetSlotList(CK_TRUE, slots, &count), {CKR_OK});
 }
 
-void workerRounds(Outcome& outcome, unsigned seed, const std::atomic<bool>& stop) {
+// Handles the workers have just opened, for the closer to close under their feet.
+struct RecentSessions {
+    std::mutex mutex;
+    std::vector<CK_SESSION_HANDLE> handles;
+};
+
+void workerRounds(Outcome& outcome, RecentSessions& recent, unsigned seed,
+                  const std::atomic<bool>& stop) {
     const char* pin = dd::kDefaultUserPin;
     for (unsigned round = 0; !stop.load(); ++round) {
         if ((round + seed) % 10u == 0) {
@@ -58,21 +66,48 @@ void workerRounds(Outcome& outcome, unsigned seed, const std::atomic<bool>& stop
         if (opened != CKR_OK) {
             continue;
         }
+        {
+            std::lock_guard<std::mutex> lock(recent.mutex);
+            recent.handles.push_back(session);
+        }
+        // Any call on the session may find it closed by the closer thread.
         CK_TOKEN_INFO token;
         expectOneOf(outcome, C_GetTokenInfo(slot, &token), {CKR_OK, CKR_SLOT_ID_INVALID});
-        expectOneOf(outcome,
-                    C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(pin)),
-                            static_cast<CK_ULONG>(std::strlen(pin))),
-                    {CKR_OK, CKR_USER_ALREADY_LOGGED_IN, CKR_USER_ANOTHER_ALREADY_LOGGED_IN,
-                     CKR_FUNCTION_FAILED});
+        expectOneOf(
+            outcome,
+            C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(pin)),
+                    static_cast<CK_ULONG>(std::strlen(pin))),
+            {CKR_OK, CKR_USER_ALREADY_LOGGED_IN, CKR_USER_ANOTHER_ALREADY_LOGGED_IN,
+             CKR_FUNCTION_FAILED, CKR_SESSION_HANDLE_INVALID});
         CK_SESSION_INFO info;
-        expectOneOf(outcome, C_GetSessionInfo(session, &info), {CKR_OK});
-        expectOneOf(outcome, C_Logout(session), {CKR_OK, CKR_USER_NOT_LOGGED_IN});
+        expectOneOf(outcome, C_GetSessionInfo(session, &info),
+                    {CKR_OK, CKR_SESSION_HANDLE_INVALID});
+        expectOneOf(outcome, C_Logout(session),
+                    {CKR_OK, CKR_USER_NOT_LOGGED_IN, CKR_SESSION_HANDLE_INVALID});
         CK_SLOT_ID eventSlot = 0;
         expectOneOf(outcome, C_WaitForSlotEvent(CKF_DONT_BLOCK, &eventSlot, nullptr),
                     {CKR_OK, CKR_NO_EVENT});
-        expectOneOf(outcome, C_CloseSession(session), {CKR_OK});
+        expectOneOf(outcome, C_CloseSession(session), {CKR_OK, CKR_SESSION_HANDLE_INVALID});
         ++outcome.rounds;
+    }
+}
+
+// Closes the sessions that the workers have just opened, while they work on them, and now and
+// then all sessions at once.
+void closerRounds(Outcome& outcome, RecentSessions& recent, const std::atomic<bool>& stop) {
+    for (unsigned round = 0; !stop.load(); ++round) {
+        std::vector<CK_SESSION_HANDLE> victims;
+        {
+            std::lock_guard<std::mutex> lock(recent.mutex);
+            victims.swap(recent.handles);
+        }
+        for (CK_SESSION_HANDLE victim : victims) {
+            expectOneOf(outcome, C_CloseSession(victim), {CKR_OK, CKR_SESSION_HANDLE_INVALID});
+        }
+        if (round % 50u == 0) {
+            expectOneOf(outcome, C_CloseAllSessions(0x50000001), {CKR_OK, CKR_SLOT_ID_INVALID});
+        }
+        std::this_thread::yield();
     }
 }
 
@@ -81,9 +116,10 @@ TEST(ConcurrencyStress, SessionsOnManyThreadsWhileDevicesComeAndGo) {
     dd::reset();
     dd::addDevice("SER1", "Token one");
     dd::addDevice("SER2", "Token two");
-    DeviceMonitor::setPollingPeriodForTesting(kFastPolling);
+    const PollingPeriodOverride fastPolling(kFastPolling);
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     Outcome outcome;
+    RecentSessions recent;
     refreshSlots(outcome);
 
     std::atomic<bool> workersDone{false};
@@ -99,19 +135,20 @@ TEST(ConcurrencyStress, SessionsOnManyThreadsWhileDevicesComeAndGo) {
     });
     std::vector<std::thread> workers;
     for (int worker = 0; worker < kWorkers; ++worker) {
-        workers.emplace_back([&outcome, &workersDone, worker] {
-            workerRounds(outcome, static_cast<unsigned>(worker), workersDone);
+        workers.emplace_back([&outcome, &recent, &workersDone, worker] {
+            workerRounds(outcome, recent, static_cast<unsigned>(worker), workersDone);
         });
     }
-    const bool cycled = waitUntil(
-        [] { return dd::callCount("getConnectedDeviceList") >= kMonitorCycles; },
-        std::chrono::seconds(20));
+    std::thread closer([&] { closerRounds(outcome, recent, workersDone); });
+    const bool cycled =
+        waitUntil([] { return dd::callCount("getConnectedDeviceList") >= kMonitorCycles; },
+                  std::chrono::seconds(20));
     workersDone = true;
     for (auto& worker : workers) {
         worker.join();
     }
     devices.join();
-    DeviceMonitor::setPollingPeriodForTesting(std::chrono::milliseconds(1000));
+    closer.join();
 
     EXPECT_TRUE(cycled);
     EXPECT_GT(outcome.rounds.load(), kWorkers);

@@ -6,9 +6,9 @@
 #include <memory>
 #include <mutex>
 
+#include "core/module_state.h"
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
-#include "frame/module_state.h"
 #include "support/log_capture.h"
 #include "support/wait_until.h"
 

@@ -119,6 +119,20 @@ TEST_F(Login, ArgumentsAreCheckedInOrderBeforeTheDevice) {
     }
 }
 
+// The device takes PINs as NUL-terminated text: a PIN with a NUL inside would reach it cut short
+// ("123456\0XY" would log in where the PIN is "123456"), so it never reaches it.
+TEST_F(Login, PinHoldingANulByteIsRefusedBeforeTheDevice) {
+    const CK_SESSION_HANDLE session = open(kSlot1, kReadWrite);
+    std::string pin("123456\0XY", 9);
+    const int retriesBefore = dd::tokenInfo("SER1").pinRetryCount;
+    expectRejected(C_Login(session, CKU_USER, bytes(pin), pin.size()), CKR_PIN_INCORRECT, "C_Login",
+                   "pPin holds a NUL byte");
+    EXPECT_EQ(dd::callCount("validatePassword"), 0u);
+    EXPECT_EQ(dd::tokenInfo("SER1").pinRetryCount, retriesBefore);
+    EXPECT_EQ(stateOf(session), CKS_RW_PUBLIC_SESSION);
+    EXPECT_TRUE(storedPasswordIs(""));
+}
+
 TEST_F(Login, LogoutReturnsTheTokensSessionsToPublicStates) {
     const CK_SESSION_HANDLE readOnly = open(kSlot1, kReadOnly);
     expectRejected(C_Logout(readOnly), CKR_USER_NOT_LOGGED_IN, "C_Logout",

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "core/module_state.h"
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
-#include "frame/module_state.h"
 #include "support/log_capture.h"
 
 namespace dd = devicedouble;

@@ -48,6 +48,21 @@ TEST_F(SetPin, ArgumentsAreCheckedInOrderBeforeTheDevice) {
     EXPECT_EQ(dd::callCount("changeUserPassword"), 0u);
 }
 
+// A new PIN of 60 bytes with a NUL after 4 would set the PIN "1234" while the caller believes
+// otherwise; an old PIN with a NUL would be checked cut short.
+TEST_F(SetPin, PinsHoldingANulByteAreRefusedBeforeTheDevice) {
+    const CK_SESSION_HANDLE session = open(kSlot1, kReadWrite);
+    std::string oldPin = "123456";
+    std::string newPin = std::string("1234") + '\0' + std::string(55, '9');
+    expectRejected(C_SetPIN(session, bytes(oldPin), oldPin.size(), bytes(newPin), newPin.size()),
+                   CKR_PIN_INVALID, "C_SetPIN", "pNewPin holds a NUL byte");
+    std::string cutOld("12\0456", 6);
+    expectRejected(C_SetPIN(session, bytes(cutOld), cutOld.size(), bytes(oldPin), oldPin.size()),
+                   CKR_PIN_INVALID, "C_SetPIN", "pOldPin holds a NUL byte");
+    EXPECT_EQ(dd::callCount("changeUserPassword"), 0u);
+    EXPECT_EQ(dd::pin("SER1"), "123456");
+}
+
 TEST_F(SetPin, RefusedChangeKeepsTheStoredPin) {
     const CK_SESSION_HANDLE session = open(kSlot1, kReadWrite);
     ASSERT_EQ(login(session, CKU_USER, "123456"), CKR_OK);

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "frame/module_state.h"
+#include "core/module_state.h"
 #include "slot_fixture.h"
 
 namespace {

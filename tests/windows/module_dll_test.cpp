@@ -121,4 +121,31 @@ TEST_F(ModuleDll, InfoBytesAsTheCallerReadsThem) {
     EXPECT_EQ(buffer, expected);
 }
 
+// FreeLibrary without C_Finalize: the monitor thread holds the DLL loaded, so its code never
+// goes away under the running thread (DllMain cannot wait for a thread under the loader lock).
+// C_Finalize joins the thread and gives the hold back; the next FreeLibrary unloads the DLL.
+TEST(ModuleDllUnload, TheMonitorKeepsTheDllLoadedUntilFinalize) {
+    testregistry::PrivateLocalMachine localMachine;
+    const std::string path = (windowstest::programFolder() / "ostrel-pkcs11.dll").string();
+    using Lifecycle = CK_RV(CK_VOID_PTR);
+    HMODULE module = ::LoadLibraryA(path.c_str());
+    ASSERT_NE(module, nullptr);
+    auto* initialize = reinterpret_cast<Lifecycle*>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "C_Initialize")));
+    ASSERT_NE(initialize, nullptr);
+    ASSERT_EQ(initialize(nullptr), CKR_OK);
+    ASSERT_TRUE(::FreeLibrary(module));
+    EXPECT_NE(::GetModuleHandleA("ostrel-pkcs11.dll"), nullptr);
+    ::Sleep(2500);  // two polling periods: the monitor runs on in code that is still there
+
+    module = ::LoadLibraryA(path.c_str());
+    ASSERT_NE(module, nullptr);
+    auto* finalize = reinterpret_cast<Lifecycle*>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "C_Finalize")));
+    ASSERT_NE(finalize, nullptr);
+    EXPECT_EQ(finalize(nullptr), CKR_OK);
+    ASSERT_TRUE(::FreeLibrary(module));
+    EXPECT_EQ(::GetModuleHandleA("ostrel-pkcs11.dll"), nullptr);
+}
+
 }  // namespace

@@ -1,4 +1,4 @@
-#include "frame/session_access.h"
+#include "sessions/session_access.h"
 
 std::shared_ptr<SessionRecord> findSession(ModuleState& state, CK_SESSION_HANDLE hSession) {
     const auto handle = handleValue(hSession);
@@ -7,4 +7,8 @@ std::shared_ptr<SessionRecord> findSession(ModuleState& state, CK_SESSION_HANDLE
     }
     std::lock_guard<std::mutex> tables(state.tableMutex);
     return state.sessionTable.find(*handle);
+}
+
+CK_RV rejectInvalidSession(const ExportCall& call, CK_SESSION_HANDLE hSession) {
+    return call.reject(CKR_SESSION_HANDLE_INVALID, "invalid hSession=" + decimalText(hSession));
 }

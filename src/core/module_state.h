@@ -13,6 +13,7 @@
 #include <shared_mutex>
 
 #include "device/ostrel_device.h"
+#include "objects/derived_keys.h"
 #include "sessions/secret_string.h"
 #include "sessions/session_table.h"
 #include "slots/device_monitor.h"
@@ -33,6 +34,9 @@ struct ModuleState {
     SecretString userPassword;  // guarded by tableMutex; the PIN of the logged-in user
 
     DeviceMonitor deviceMonitor;
+
+    // The secret keys made by C_DeriveKey, with their own lock.
+    DerivedKeyTable derivedKeys;
 };
 
 // The one state of this process. It is never destroyed: the monitor thread of an application
