@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -72,6 +73,16 @@ std::optional<std::string> environmentVariable(const char* name);
 // The folder that holds the module's own file (the shared library, or the executable it is
 // linked into), without a trailing separator; empty when unknown.
 std::string moduleFolder();
+
+// The folders an installation of the module lives in when nothing says otherwise, most
+// preferred first: on Windows the 32-bit and then the 64-bit program folder of the maker
+// ("C:/Program Files (x86)/Kelvanetics/Ostrel", "C:/Program Files/Kelvanetics/Ostrel"), on
+// POSIX "/opt/Kelvanetics/Ostrel".
+std::vector<std::string> defaultInstallationFolders();
+
+// The character that separates folder levels in the paths the module builds: '\\' on Windows,
+// '/' on POSIX.
+char folderSeparator();
 
 // Registers a function to run in the child process after fork(), for state that must not be
 // inherited. False when it could not be registered. Windows has no fork: nothing to do.

@@ -282,6 +282,14 @@ std::string moduleFolder() {
     return file.substr(0, slash == 0 ? 1 : slash);
 }
 
+std::vector<std::string> defaultInstallationFolders() {
+    return {"/opt/Kelvanetics/Ostrel"};
+}
+
+char folderSeparator() {
+    return '/';
+}
+
 bool onForkChild(void (*handler)()) {
     return ::pthread_atfork(nullptr, nullptr, handler) == 0;
 }

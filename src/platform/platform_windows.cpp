@@ -134,6 +134,14 @@ std::string moduleFolder() {
     return path.substr(0, separator);
 }
 
+std::vector<std::string> defaultInstallationFolders() {
+    return {"C:/Program Files (x86)/Kelvanetics/Ostrel", "C:/Program Files/Kelvanetics/Ostrel"};
+}
+
+char folderSeparator() {
+    return '\\';
+}
+
 bool onForkChild(void (* /*handler*/)()) {
     return true;
 }

@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "cryptoki/cryptoki.h"
 #include "core/secret_bytes.h"
+#include "cryptoki/cryptoki.h"
 #include "device/ostrel_device.h"
 
 // Codes of OperationContext::activeOperation. 6 and 8 are never used. 9 and 10 mark an

@@ -177,8 +177,8 @@ int ostrel_deleteCertificate(const char* deviceId, const unsigned char* certific
     Operation op("deleteCertificate", instance);
     op.device(deviceId);
     op.bytes(certificateReference, kObjectReferenceSize, "certificateReference");
-    std::string passwordText = op.text(password, "password");
-    if (auto answer = op.admit(&passwordText))
+    op.text(password, "password");  // recorded; certificates need no PIN
+    if (auto answer = op.admit(nullptr))
         return *answer;
     if (certificateReference == nullptr)
         return dd::kResultBadArgument;
@@ -229,7 +229,7 @@ int ostrel_importCertificate(const char* deviceId, const char* password,
                              OstrelCertificate* certificate, DeviceInstance instance) {
     Operation op("importCertificate", instance);
     op.device(deviceId);
-    std::string passwordText = op.text(password, "password");
+    op.text(password, "password");  // recorded; certificates need no PIN
     if (!op.isNull(certificate, "certificate")) {
         Call& call = op.call();
         call.texts.push_back(detail::fieldText(certificate->label, kCertificateLabelCapacity));
@@ -242,7 +242,7 @@ int ostrel_importCertificate(const char* deviceId, const char* password,
         op.number(certificate->derLength);
         op.number(certificate->objectIdLength);
     }
-    if (auto answer = op.admit(&passwordText))
+    if (auto answer = op.admit(nullptr))
         return *answer;
     if (certificate == nullptr)
         return dd::kResultBadArgument;
