@@ -171,6 +171,11 @@ TEST_F(SigningTest, VerifyAcceptsEachPublicKeyFormAndRejectsTampering) {
     BN_bn2binpad(ECDSA_SIG_get0_r(parsed.get()), fixed.data(), 48);
     BN_bn2binpad(ECDSA_SIG_get0_s(parsed.get()), fixed.data() + 48, 48);
     EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, fixed, false), 0);
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, subjectPublicKeyInfo(ec.get()), fixed, false),
+              0);
+    // DER is not the PKCS #11 form of an ECDSA signature, and PSS is no EC scheme.
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, der, false), kSignatureInvalid);
+    EXPECT_NE(tokenVerifies(kKeyTypeEcP384, digest, point, fixed, true), 0);
 
     Bytes tampered = fixed;
     tampered[10] ^= 1;
