@@ -50,10 +50,10 @@ Bytes opensslDecrypt(EVP_PKEY* key, int padding, const Bytes& cipher) {
 int tokenEncrypt(int type, int padding, const Bytes& plain, const Bytes& key, Bytes& cipher) {
     unsigned char out[1024];
     int length = 0;
-    int result = ostrel_encrypt(static_cast<EncryptionType>(type),
-                                static_cast<PaddingMode>(padding), plain.data(),
-                                static_cast<int>(plain.size()), out, &length, key.data(),
-                                static_cast<int>(key.size()), KeySuite::instance());
+    int result =
+        ostrel_encrypt(static_cast<EncryptionType>(type), static_cast<PaddingMode>(padding),
+                       plain.data(), static_cast<int>(plain.size()), out, &length, key.data(),
+                       static_cast<int>(key.size()), KeySuite::instance());
     cipher.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
@@ -62,9 +62,9 @@ int tokenDecrypt(const OstrelKeyPair& pair, const Bytes& cipher, Bytes& plain,
                  const char* pin = "24680") {
     unsigned char* out = nullptr;
     int length = 0;
-    int result = ostrel_decrypt("CRYPTO", pair.keyReference, pin, cipher.data(),
-                                static_cast<int>(cipher.size()), &out, &length, false,
-                                KeySuite::instance());
+    int result =
+        ostrel_decrypt("CRYPTO", pair.keyReference, pin, cipher.data(),
+                       static_cast<int>(cipher.size()), &out, &length, false, KeySuite::instance());
     plain.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
@@ -73,11 +73,13 @@ TEST_F(CipherTest, TokenEncryptsForOpensslInBothPaddings) {
     PkeyPtr key = opensslKey("RSA", "2048");
     Bytes cipher;
     ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, kPlain,
-                           subjectPublicKeyInfo(key.get()), cipher), 0);
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     EXPECT_EQ(cipher.size(), 256u);
     EXPECT_EQ(opensslDecrypt(key.get(), RSA_PKCS1_PADDING, cipher), kPlain);
     ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain,
-                           subjectPublicKeyInfo(key.get()), cipher), 0);
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     EXPECT_EQ(opensslDecrypt(key.get(), RSA_PKCS1_OAEP_PADDING, cipher), kPlain);  // SHA-1
 }
 
@@ -98,13 +100,14 @@ TEST_F(CipherTest, TokenDecryptsWhatOpensslEncryptedWhicheverPadding) {
     }
     // OAEP with SHA-384 is none of the three: refused rather than misread.
     Bytes unknown;
-    EXPECT_EQ(tokenDecrypt(rsa, opensslEncrypt(key.get(), RSA_PKCS1_OAEP_PADDING, kPlain,
-                                               EVP_sha384()),
-                           unknown),
-              kDecryptFailed);
+    EXPECT_EQ(
+        tokenDecrypt(rsa, opensslEncrypt(key.get(), RSA_PKCS1_OAEP_PADDING, kPlain, EVP_sha384()),
+                     unknown),
+        kDecryptFailed);
     Bytes cipher;
-    ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain, subjectPublicKeyInfo(key.get()),
-                           cipher), 0);
+    ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain,
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     Bytes plain;
     EXPECT_EQ(tokenDecrypt(rsa, cipher, plain), 0);
     EXPECT_EQ(plain, kPlain);
@@ -120,8 +123,12 @@ Bytes component(EVP_PKEY* key, const char* name);
 // True when the raw RSA block also reads as PKCS #1 v1.5 encryption padding: 00 02, at least
 // eight non-zero bytes, then a zero.
 bool unpadsAsPkcs1(const Bytes& block) {
-    if (block.size() < 11 || block[0] != 0x00 || block[1] != 0x02) return false;
-    if (std::find(block.begin() + 2, block.begin() + 10, 0) != block.begin() + 10) return false;
+    if (block.size() < 11 || block[0] != 0x00 || block[1] != 0x02) {
+        return false;
+    }
+    if (std::find(block.begin() + 2, block.begin() + 10, 0) != block.begin() + 10) {
+        return false;
+    }
     return std::find(block.begin() + 10, block.end(), 0) != block.end();
 }
 
@@ -142,7 +149,8 @@ TEST_F(CipherTest, OaepIsTriedBeforePkcs1WhenABlockUnpadsUnderBoth) {
     for (const EVP_MD* digest : {EVP_sha1(), EVP_sha256()}) {
         Bytes cipher;
         for (int attempt = 0; attempt < 20000; ++attempt) {
-            Bytes candidate = opensslEncrypt(original.get(), RSA_PKCS1_OAEP_PADDING, kPlain, digest);
+            Bytes candidate =
+                opensslEncrypt(original.get(), RSA_PKCS1_OAEP_PADDING, kPlain, digest);
             if (unpadsAsPkcs1(opensslDecrypt(original.get(), RSA_NO_PADDING, candidate))) {
                 cipher = std::move(candidate);
                 break;
@@ -162,7 +170,8 @@ TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(246, 1), spki, cipher),
               kInputSize);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(245, 1), spki, cipher), 0);
-    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher), kKeyCannotDoThis);
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher),
+              kKeyCannotDoThis);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kUnknownAlgorithm);
     EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kUnknownAlgorithm);
 }
@@ -180,9 +189,9 @@ int tokenDerive(const OstrelKeyPair& pair, const Bytes& peer, Bytes& secret,
                 const char* pin = "24680") {
     unsigned char* out = nullptr;
     int length = 0;
-    int result = ostrel_ecdhDerive("CRYPTO", pair.keyReference, pin, peer.data(),
-                                   static_cast<int>(peer.size()), &out, &length,
-                                   KeySuite::instance());
+    int result =
+        ostrel_ecdhDerive("CRYPTO", pair.keyReference, pin, peer.data(),
+                          static_cast<int>(peer.size()), &out, &length, KeySuite::instance());
     secret.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
@@ -208,7 +217,9 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
         ASSERT_EQ(tokenDerive(pair(curve.type), point, secret), 0) << curve.curve;
         EXPECT_EQ(secret, expected) << curve.curve;
         Bytes wrapped = {0x04, static_cast<unsigned char>(point.size())};
-        if (point.size() >= 128) wrapped = {0x04, 0x81, static_cast<unsigned char>(point.size())};
+        if (point.size() >= 128) {
+            wrapped = {0x04, 0x81, static_cast<unsigned char>(point.size())};
+        }
         wrapped.insert(wrapped.end(), point.begin(), point.end());
         ASSERT_EQ(tokenDerive(pair(curve.type), wrapped, secret), 0) << curve.curve;
         EXPECT_EQ(secret, expected) << curve.curve;
@@ -241,8 +252,9 @@ TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
         ASSERT_EQ(ostrel_initHash(kSerial, entry.code, &context, instance()), 0);
         const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
         EXPECT_EQ(ostrel_updateHash(context, bytes, 5, instance()), 0);
-        EXPECT_EQ(ostrel_updateHash(context, bytes + 5, static_cast<int>(data.size()) - 5,
-                                    instance()), 0);
+        EXPECT_EQ(
+            ostrel_updateHash(context, bytes + 5, static_cast<int>(data.size()) - 5, instance()),
+            0);
         unsigned char digest[64];
         int length = 0;
         ASSERT_EQ(ostrel_finalHash(context, digest, &length, instance()), 0);
@@ -280,8 +292,7 @@ TEST_F(CipherTest, RandomBytesFillTheWholeBuffer) {
     EXPECT_NE(first, second);
     EXPECT_NE(std::count(first.begin(), first.end(), 0), 48);
     EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 0, first.data(), true, nullptr), kBadArgument);
-    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, -1, first.data(), true, nullptr),
-              kBadArgument);
+    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, -1, first.data(), true, nullptr), kBadArgument);
     EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 8, nullptr, true, nullptr), kBadArgument);
     EXPECT_EQ(ostrel_generateRamdomNumber("NOSUCH", 8, first.data(), true, nullptr),
               kDeviceUnreachable);
@@ -334,8 +345,8 @@ TEST_F(CipherTest, ImportedRsaComponentsMakeAWorkingKeyPair) {
     EXPECT_STREQ(stored->alias, "imported");
     OstrelKeyPair copy = *stored;
     Bytes plain;
-    EXPECT_EQ(tokenDecrypt(copy, opensslEncrypt(original.get(), RSA_PKCS1_PADDING, kPlain),
-                           plain), 0);
+    EXPECT_EQ(tokenDecrypt(copy, opensslEncrypt(original.get(), RSA_PKCS1_PADDING, kPlain), plain),
+              0);
     EXPECT_EQ(plain, kPlain);
 
     details.prime1.back() ^= 2;  // no longer a factor of the modulus

@@ -22,7 +22,9 @@ Bytes bytesOf(const unsigned char* data, std::int32_t length) {
     return Bytes(data, data + std::max<std::int32_t>(length, 0));
 }
 
-PkeyPtr ecKey() { return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")); }
+PkeyPtr ecKey() {
+    return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+}
 
 // An RSA key with the public exponent given, and the three components importPfx takes.
 ImportPFXDetails rsaComponents(unsigned int exponent) {
@@ -165,11 +167,10 @@ TEST_F(ObjectStoreTest, EmptyPinMayStoreCertificatesButChangesNoKeyPair) {
     EXPECT_NE(certificate.id, 0u);
 
     const unsigned char id[] = {7};
-    EXPECT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, "", "renamed", id, 1,
-                                          instance_),
-              kPinRequired);
-    EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, "", false, instance_),
-              kPinRequired);
+    EXPECT_EQ(
+        ostrel_updateKeyPairDetails(kSerial, pair.keyReference, "", "renamed", id, 1, instance_),
+        kPinRequired);
+    EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, "", false, instance_), kPinRequired);
     EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, nullptr, false, instance_),
               kPinRequired);
     ImportPFXDetails details = rsaComponents(RSA_F4);
@@ -198,12 +199,12 @@ TEST_F(ObjectStoreTest, RenamingLeavesWhatIsNotGiven) {
               0);
     EXPECT_STREQ(stored().alias, "original");
     EXPECT_EQ(bytesOf(stored().objectId, stored().objectIdLength), (Bytes{0xA1, 0xA2}));
-    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, "renamed", nullptr,
-                                          5, instance_),
-              0);
-    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, nullptr, id, 0,
+    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, "renamed", nullptr, 5,
                                           instance_),
               0);
+    ASSERT_EQ(
+        ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, nullptr, id, 0, instance_),
+        0);
     EXPECT_STREQ(stored().alias, "renamed");
     EXPECT_EQ(bytesOf(stored().objectId, stored().objectIdLength), (Bytes{0xA1, 0xA2}));
     EXPECT_EQ(stored().usageFlags, kKeyUsageSign);
@@ -274,8 +275,8 @@ TEST_F(ObjectStoreTest, ImportedRsaKeyKeepsLabelAndIdAndNeedsExponent65537) {
     ASSERT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance_), 0);
     ASSERT_EQ(details.keyReference.size(), kObjectReferenceSize);
     const OstrelKeyPair& stored = ostrel_getKeyPairList(kSerial, instance_).at(0);
-    EXPECT_TRUE(std::equal(details.keyReference.begin(), details.keyReference.end(),
-                           stored.keyReference));
+    EXPECT_TRUE(
+        std::equal(details.keyReference.begin(), details.keyReference.end(), stored.keyReference));
     EXPECT_EQ(std::string(stored.alias), std::string(kAliasCapacity - 1, 'L'));
     EXPECT_EQ(bytesOf(stored.objectId, stored.objectIdLength), details.objectId);
     EXPECT_EQ(stored.usageFlags, kKeyUsageSign | kKeyUsageDecrypt);
