@@ -61,6 +61,7 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     const std::vector<OstrelKeyPair>* first = &ostrel_getKeyPairList(kSerial, instance_);
     ASSERT_EQ(first->size(), 2u);
     const OstrelKeyPair* firstData = first->data();
+    const std::uint32_t firstId = firstData->id;
     // Nothing changed: the very same list comes back, also after a look at another token.
     EXPECT_EQ(&ostrel_getKeyPairList(kSerial, instance_), first);
     EXPECT_EQ(ostrel_getKeyPairList("OTHER", instance_).size(), 1u);
@@ -100,7 +101,7 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     holder.join();
     EXPECT_EQ(heldBefore, 2u);
     EXPECT_EQ(heldAfterChange, 2u);
-    EXPECT_EQ(heldFirstId, firstData->id);
+    EXPECT_EQ(heldFirstId, firstId);
     EXPECT_EQ(askedAgain, 3u);
 
     // Unknown, unplugged and blank devices have empty lists.
