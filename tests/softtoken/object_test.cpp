@@ -79,8 +79,8 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     std::condition_variable signal;
     std::thread holder([&] {
         const std::vector<OstrelKeyPair>& held = ostrel_getKeyPairList(kSerial, instance_);
-        heldBefore = held.size();
         std::unique_lock<std::mutex> lock(mutex);
+        heldBefore = held.size();
         signal.notify_all();
         signal.wait(lock, [&] { return changed; });
         heldAfterChange = held.size();
