@@ -26,7 +26,9 @@ class BenchToken {
 public:
     BenchToken() {
         char folder[] = "/tmp/ostrel-bench-XXXXXX";
-        if (mkdtemp(folder) == nullptr) throw std::runtime_error("mkdtemp");
+        if (mkdtemp(folder) == nullptr) {
+            throw std::runtime_error("mkdtemp");
+        }
         store_ = folder;
         setenv("OSTREL_TOKEN_STORE", store_.c_str(), 1);
         run(std::string(OSTREL_TOKEN_TOOL) + " init " + kSerial + " --label bench --pin " + kPin);
@@ -34,7 +36,9 @@ public:
             kPin + " --label signer --id 01");
         ostrel_createInstance(&instance_);
         const auto& pairs = ostrel_getKeyPairList(kSerial, instance_);
-        if (pairs.empty()) throw std::runtime_error("no key pair");
+        if (pairs.empty()) {
+            throw std::runtime_error("no key pair");
+        }
         pair_ = pairs.front();
     }
     ~BenchToken() {
@@ -91,8 +95,8 @@ void BM_Rsa2048SignOpenssl(benchmark::State& state) {
     std::vector<unsigned char> signature(256);
     for (auto _ : state) {
         std::size_t length = signature.size();
-        benchmark::DoNotOptimize(EVP_PKEY_sign(context, signature.data(), &length,
-                                               kDigest.data(), kDigest.size()));
+        benchmark::DoNotOptimize(
+            EVP_PKEY_sign(context, signature.data(), &length, kDigest.data(), kDigest.size()));
     }
     EVP_PKEY_CTX_free(context);
     EVP_PKEY_free(key);

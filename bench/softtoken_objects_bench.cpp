@@ -51,16 +51,22 @@ class ObjectStore {
 public:
     ObjectStore() {
         char folder[] = "/tmp/ostrel-bench-objects-XXXXXX";
-        if (mkdtemp(folder) == nullptr) throw std::runtime_error("mkdtemp");
+        if (mkdtemp(folder) == nullptr) {
+            throw std::runtime_error("mkdtemp");
+        }
         store_ = folder;
         setenv("OSTREL_TOKEN_STORE", store_.c_str(), 1);
         {
             softtoken::TokenService admin(store_);
-            for (const char* serial : {"OBJECTS1", "OBJECTS2"}) fill(admin, serial);
+            for (const char* serial : {"OBJECTS1", "OBJECTS2"}) {
+                fill(admin, serial);
+            }
             admin.shutDown();
         }
         ostrel_createInstance(&instance_);
-        if (instance_ == nullptr) throw std::runtime_error("no instance");
+        if (instance_ == nullptr) {
+            throw std::runtime_error("no instance");
+        }
     }
     ~ObjectStore() {
         ostrel_releaseInstance(instance_);
@@ -74,7 +80,9 @@ private:
         settings.serial = serial;
         settings.userPin = kPin;
         settings.capacity = 4000;
-        if (softtoken::createToken(admin, settings) != 0) throw std::runtime_error("token");
+        if (softtoken::createToken(admin, settings) != 0) {
+            throw std::runtime_error("token");
+        }
         softtoken::KeyPairRequest request;
         request.type = softtoken::keyTypeByCode(kKeyTypeEcP256);
         for (int i = 0; i < kKeyPairs; ++i) {
@@ -138,8 +146,8 @@ void BM_KeyPairListAfterAChange(benchmark::State& state) {
     for (auto _ : state) {
         state.PauseTiming();
         flip = !flip;
-        ostrel_updateKeyPairDetails("OBJECTS1", first.keyReference, kPin, flip ? "a" : "b",
-                                    nullptr, 0, instance);
+        ostrel_updateKeyPairDetails("OBJECTS1", first.keyReference, kPin, flip ? "a" : "b", nullptr,
+                                    0, instance);
         state.ResumeTiming();
         benchmark::DoNotOptimize(ostrel_getKeyPairList("OBJECTS1", instance).size());
     }

@@ -14,7 +14,9 @@ Bytes certificatePart(const char* operation, const unsigned char* der, int derLe
     return guardedValue(
         [&] {
             OperationFrame frame;
-            if (frame.faultOnly(operation) != kOk || derLength <= 0) return Bytes();
+            if (frame.faultOnly(operation) != kOk || derLength <= 0) {
+                return Bytes();
+            }
             X509Ptr certificate = parseCertificate(der, static_cast<std::size_t>(derLength));
             return certificate != nullptr ? extract(certificate.get()) : Bytes();
         },
@@ -24,12 +26,14 @@ Bytes certificatePart(const char* operation, const unsigned char* der, int derLe
 }  // namespace
 
 FileList ostrel_getFilesWithExtensionsAndConvertDER(const std::string& folder,
-                                                     const std::vector<std::string>& extensions,
-                                                     DeviceInstance) {
+                                                    const std::vector<std::string>& extensions,
+                                                    DeviceInstance) {
     return guardedValue(
         [&] {
             OperationFrame frame;
-            if (frame.faultOnly("getFilesWithExtensionsAndConvertDER") != kOk) return FileList();
+            if (frame.faultOnly("getFilesWithExtensionsAndConvertDER") != kOk) {
+                return FileList();
+            }
             return readCertificateFolder(folder, extensions);
         },
         FileList());
@@ -39,8 +43,12 @@ int ostrel_getCertificateDetails(const unsigned char* der, int derLength,
                                  CertificateDetails& details, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.faultOnly("getCertificateDetails"); result != kOk) return result;
-        if (der == nullptr || derLength <= 0) return kBadArgument;
+        if (int result = frame.faultOnly("getCertificateDetails"); result != kOk) {
+            return result;
+        }
+        if (der == nullptr || derLength <= 0) {
+            return kBadArgument;
+        }
         X509Ptr certificate = parseCertificate(der, static_cast<std::size_t>(derLength));
         if (certificate == nullptr || !readCertificateDetails(certificate.get(), details)) {
             return kUnparsable;

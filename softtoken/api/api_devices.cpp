@@ -14,7 +14,9 @@ TokenInfo describe(const Snapshot& snapshot, const DeviceRecord& device) {
     info.deviceName = kDeviceName;
     info.manufacturer = kManufacturer;
     info.hardwareVersion = kHardwareVersion;
-    if (device.blank) return info;  // an empty serial number tells the module: no usable token
+    if (device.blank) {
+        return info;  // an empty serial number tells the module: no usable token
+    }
     info.serialNumber = device.deviceId;
     info.label = device.label;
     info.model = device.model;
@@ -30,12 +32,16 @@ TokenInfo describe(const Snapshot& snapshot, const DeviceRecord& device) {
 }  // namespace
 
 void ostrel_createInstance(DeviceInstance* instance) {
-    if (instance == nullptr) return;
+    if (instance == nullptr) {
+        return;
+    }
     *instance = nullptr;
     guarded([&] {
         OperationFrame frame;
         // A store that cannot be opened means the library cannot start.
-        if (int result = frame.begin("createInstance"); result != kOk) return result;
+        if (int result = frame.begin("createInstance"); result != kOk) {
+            return result;
+        }
         *instance = makeInstance();
         return kOk;
     });
@@ -52,7 +58,9 @@ std::vector<std::string> ostrel_getConnectedDeviceList(bool, DeviceInstance) {
     return guardedValue(
         [] {
             OperationFrame frame;
-            if (frame.begin("getConnectedDeviceList") != kOk) return std::vector<std::string>();
+            if (frame.begin("getConnectedDeviceList") != kOk) {
+                return std::vector<std::string>();
+            }
             return frame.snapshot->pluggedInOrder;
         },
         std::vector<std::string>());
@@ -62,9 +70,13 @@ TokenInfo ostrel_getTokenInfo(const char* deviceId, DeviceInstance) {
     return guardedValue(
         [&] {
             OperationFrame frame;
-            if (frame.begin("getTokenInfo") != kOk) return TokenInfo();
+            if (frame.begin("getTokenInfo") != kOk) {
+                return TokenInfo();
+            }
             const DeviceRecord* device = frame.snapshot->findDevice(text(deviceId));
-            if (device == nullptr || !device->plugged()) return TokenInfo();
+            if (device == nullptr || !device->plugged()) {
+                return TokenInfo();
+            }
             return describe(*frame.snapshot, *device);
         },
         TokenInfo());
@@ -73,7 +85,9 @@ TokenInfo ostrel_getTokenInfo(const char* deviceId, DeviceInstance) {
 int ostrel_initDevice(const char* deviceId, bool, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("initDevice"); result != kOk) return result;
+        if (int result = frame.begin("initDevice"); result != kOk) {
+            return result;
+        }
         const DeviceRecord* device = nullptr;
         return TokenService::findToken(*frame.snapshot, text(deviceId), true, &device);
     });

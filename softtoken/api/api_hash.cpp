@@ -38,7 +38,9 @@ HashState* borrow(HashContext context) {
     LiveContexts& all = live();
     std::lock_guard<std::mutex> lock(all.mutex);
     auto found = all.states.find(context);
-    if (found == all.states.end() || found->second->inUse) return nullptr;
+    if (found == all.states.end() || found->second->inUse) {
+        return nullptr;
+    }
     found->second->inUse = true;
     return found->second.get();
 }
@@ -53,7 +55,9 @@ std::unique_ptr<HashState> end(HashContext context) {
     LiveContexts& all = live();
     std::lock_guard<std::mutex> lock(all.mutex);
     auto found = all.states.find(context);
-    if (found == all.states.end() || found->second->inUse) return nullptr;
+    if (found == all.states.end() || found->second->inUse) {
+        return nullptr;
+    }
     std::unique_ptr<HashState> state = std::move(found->second);
     all.states.erase(found);
     return state;
@@ -85,8 +89,12 @@ int ostrel_initHash(const char* deviceId, int algorithm, HashContext* context,
                     DeviceInstance instance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("initHash"); result != kOk) return result;
-        if (context == nullptr) return kBadArgument;
+        if (int result = frame.begin("initHash"); result != kOk) {
+            return result;
+        }
+        if (context == nullptr) {
+            return kBadArgument;
+        }
         *context = nullptr;
         const DeviceRecord* device = nullptr;
         if (int result = TokenService::findToken(*frame.snapshot, text(deviceId), true, &device);
@@ -94,7 +102,9 @@ int ostrel_initHash(const char* deviceId, int algorithm, HashContext* context,
             return result;
         }
         const EVP_MD* digest = digestForCode(algorithm);
-        if (digest == nullptr) return kUnknownAlgorithm;
+        if (digest == nullptr) {
+            return kUnknownAlgorithm;
+        }
         auto state = std::make_unique<HashState>();
         state->digest.reset(EVP_MD_CTX_new());
         state->owner = instance;
@@ -108,13 +118,16 @@ int ostrel_initHash(const char* deviceId, int algorithm, HashContext* context,
     });
 }
 
-int ostrel_updateHash(HashContext context, const unsigned char* data, int length,
-                      DeviceInstance) {
+int ostrel_updateHash(HashContext context, const unsigned char* data, int length, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.faultOnly("updateHash"); result != kOk) return result;
+        if (int result = frame.faultOnly("updateHash"); result != kOk) {
+            return result;
+        }
         HashState* state = borrow(context);
-        if (state == nullptr) return kBadHashContext;
+        if (state == nullptr) {
+            return kBadHashContext;
+        }
         int result = kOk;
         if (length < 0 || (data == nullptr && length > 0)) {
             result = kBadArgument;
@@ -132,12 +145,20 @@ int ostrel_finalHash(HashContext context, unsigned char* digest, int* length, De
         // Taken first: the context ends whatever the result, injected faults included.
         std::unique_ptr<HashState> state = end(context);
         OperationFrame frame;
-        if (int result = frame.faultOnly("finalHash"); result != kOk) return result;
-        if (state == nullptr) return kBadHashContext;
-        if (digest == nullptr || length == nullptr) return kBadArgument;
+        if (int result = frame.faultOnly("finalHash"); result != kOk) {
+            return result;
+        }
+        if (state == nullptr) {
+            return kBadHashContext;
+        }
+        if (digest == nullptr || length == nullptr) {
+            return kBadArgument;
+        }
         unsigned char out[EVP_MAX_MD_SIZE];
         unsigned int size = 0;
-        if (EVP_DigestFinal_ex(state->digest.get(), out, &size) != 1) return kCryptoFailed;
+        if (EVP_DigestFinal_ex(state->digest.get(), out, &size) != 1) {
+            return kCryptoFailed;
+        }
         std::copy(out, out + size, digest);
         *length = static_cast<int>(size);
         return kOk;

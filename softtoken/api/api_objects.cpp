@@ -26,14 +26,18 @@ const std::vector<Record>& handOut(std::shared_ptr<const std::vector<Record>>& h
                                    const char* operation, const char* deviceId, Select select) {
     held.reset();
     OperationFrame frame;
-    if (frame.begin(operation) != kOk) return emptyList<Record>();
+    if (frame.begin(operation) != kOk) {
+        return emptyList<Record>();
+    }
     const std::string device = text(deviceId);
     const DeviceRecord* found = nullptr;
     if (TokenService::findToken(*frame.snapshot, device, true, &found) != kOk) {
         return emptyList<Record>();
     }
     const DeviceObjects* objects = frame.snapshot->objectsOf(device);
-    if (objects == nullptr) return emptyList<Record>();
+    if (objects == nullptr) {
+        return emptyList<Record>();
+    }
     held = select(*objects);
     return *held;
 }
@@ -44,7 +48,9 @@ std::string boundedText(const char (&field)[N]) {
 }
 
 Bytes recordBytes(const unsigned char* data, std::int32_t length, std::size_t capacity) {
-    if (length <= 0) return {};
+    if (length <= 0) {
+        return {};
+    }
     return Bytes(data, data + std::min(static_cast<std::size_t>(length), capacity));
 }
 
@@ -75,26 +81,32 @@ int ostrel_generateKeyPair(const char* deviceId, const char* password, OstrelKey
                            DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("generateKeyPair"); result != kOk) return result;
+        if (int result = frame.begin("generateKeyPair"); result != kOk) {
+            return result;
+        }
         if (keyPair == nullptr || keyPair->objectIdLength < 0 ||
             static_cast<std::size_t>(keyPair->objectIdLength) > kObjectIdCapacity) {
             return kBadArgument;
         }
         KeyPairRequest request;
         request.type = keyTypeByCode(keyPair->keyType);
-        if (request.type == nullptr) return kUnknownAlgorithm;
+        if (request.type == nullptr) {
+            return kUnknownAlgorithm;
+        }
         // No usage given: what the module would choose itself (EC pairs also derive keys).
         request.usageFlags = keyPair->usageFlags != 0 ? keyPair->usageFlags
                              : request.type->rsa      ? kKeyUsageSign
                                                       : kKeyUsageSign | kKeyUsageDecrypt;
         request.alias = boundedText(keyPair->alias);
-        request.objectId = recordBytes(keyPair->objectId, keyPair->objectIdLength,
-                                       kObjectIdCapacity);
+        request.objectId =
+            recordBytes(keyPair->objectId, keyPair->objectIdLength, kObjectIdCapacity);
         PinText pin(password);
         OstrelKeyPair stored;
-        int result = generateKeyPair(*frame.service, text(deviceId), pin.get(), request, true,
-                                     &stored);
-        if (result == kOk) *keyPair = stored;
+        int result =
+            generateKeyPair(*frame.service, text(deviceId), pin.get(), request, true, &stored);
+        if (result == kOk) {
+            *keyPair = stored;
+        }
         return result;
     });
 }
@@ -103,7 +115,9 @@ int ostrel_deleteKeyPair(const char* deviceId, const unsigned char* keyReference
                          const char* password, bool, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("deleteKeyPair"); result != kOk) return result;
+        if (int result = frame.begin("deleteKeyPair"); result != kOk) {
+            return result;
+        }
         PinText pin(password);
         return deleteKeyPair(*frame.service, text(deviceId), keyReference, pin.get());
     });
@@ -113,8 +127,12 @@ int ostrel_deleteCertificate(const char* deviceId, const unsigned char* certific
                              const char*, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("deleteCertificate"); result != kOk) return result;
-        if (certificateReference == nullptr) return kBadArgument;
+        if (int result = frame.begin("deleteCertificate"); result != kOk) {
+            return result;
+        }
+        if (certificateReference == nullptr) {
+            return kBadArgument;
+        }
         return deleteCertificate(*frame.service, text(deviceId), certificateReference);
     });
 }
@@ -124,10 +142,14 @@ int ostrel_updateKeyPairDetails(const char* deviceId, const unsigned char* keyRe
                                 int idLength, DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("updateKeyPairDetails"); result != kOk) return result;
+        if (int result = frame.begin("updateKeyPairDetails"); result != kOk) {
+            return result;
+        }
         std::string newLabel = text(label);
         Bytes newId;
-        if (id != nullptr && idLength > 0) newId.assign(id, id + idLength);
+        if (id != nullptr && idLength > 0) {
+            newId.assign(id, id + idLength);
+        }
         PinText pin(password);
         return updateKeyPair(*frame.service, text(deviceId), keyReference, pin.get(),
                              newLabel.empty() ? nullptr : &newLabel,
@@ -139,7 +161,9 @@ int ostrel_importCertificate(const char* deviceId, const char*, OstrelCertificat
                              DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("importCertificate"); result != kOk) return result;
+        if (int result = frame.begin("importCertificate"); result != kOk) {
+            return result;
+        }
         if (certificate == nullptr || certificate->derLength <= 0 ||
             static_cast<std::size_t>(certificate->derLength) > kCertificateDerCapacity ||
             certificate->objectIdLength < 0 ||
@@ -147,8 +171,8 @@ int ostrel_importCertificate(const char* deviceId, const char*, OstrelCertificat
             return kBadArgument;
         }
         Bytes der = recordBytes(certificate->der, certificate->derLength, kCertificateDerCapacity);
-        Bytes objectId = recordBytes(certificate->objectId, certificate->objectIdLength,
-                                     kObjectIdCapacity);
+        Bytes objectId =
+            recordBytes(certificate->objectId, certificate->objectIdLength, kObjectIdCapacity);
         OstrelCertificate stored;
         int result = importCertificate(*frame.service, text(deviceId), der,
                                        boundedText(certificate->label), objectId, true, &stored);
@@ -165,14 +189,18 @@ int ostrel_importPfx(const char* deviceId, const char* password, ImportPFXDetail
                      DeviceInstance) {
     return guarded([&] {
         OperationFrame frame;
-        if (int result = frame.begin("importPfx"); result != kOk) return result;
+        if (int result = frame.begin("importPfx"); result != kOk) {
+            return result;
+        }
         if (details == nullptr || details->objectId.size() > kObjectIdCapacity) {
             return kBadArgument;
         }
-        if (details->keyKind != 2) return kKeyCannotDoThis;  // RSA is the only kind imported so
+        if (details->keyKind != 2) {
+            return kKeyCannotDoThis;  // RSA is the only kind imported so
+        }
         PkeyPtr key;
-        if (int result = rsaFromComponents(details->modulus, details->privateExponent,
-                                           details->prime1, key);
+        if (int result =
+                rsaFromComponents(details->modulus, details->privateExponent, details->prime1, key);
             result != kOk) {
             return result;
         }

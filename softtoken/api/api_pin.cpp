@@ -22,9 +22,15 @@ int ostrel_validatePassword(const char* deviceId, const char* pin, int userKind,
             // Also what an injected failure reports: the live count, unchanged.
             *retries = kind == PinKind::User ? device->retriesLeft : device->soRetriesLeft;
         }
-        if (result != kOk) return result;
-        if (userKind != 1 && userKind != 2) return kBadArgument;
-        if (found != kOk) return found;
+        if (result != kOk) {
+            return result;
+        }
+        if (userKind != 1 && userKind != 2) {
+            return kBadArgument;
+        }
+        if (found != kOk) {
+            return found;
+        }
         PinText given(pin);
         return frame.service->pins().check(*device, given.get(), kind, retries, nullptr);
     });
@@ -39,11 +45,12 @@ bool ostrel_changeUserPassword(const char* deviceId, const char* oldPin, const c
                int result = frame.begin("changeUserPassword");
                const DeviceRecord* device = nullptr;
                if (frame.snapshot != nullptr &&
-                   TokenService::findToken(*frame.snapshot, text(deviceId), true, &device) ==
-                       kOk) {
+                   TokenService::findToken(*frame.snapshot, text(deviceId), true, &device) == kOk) {
                    *retries = device->retriesLeft;
                }
-               if (result != kOk) return result;
+               if (result != kOk) {
+                   return result;
+               }
                PinText oldText(oldPin);
                PinText newText(newPin);
                return changeUserPin(*frame.service, text(deviceId), oldText.get(), newText.get(),

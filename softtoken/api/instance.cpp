@@ -35,13 +35,17 @@ std::shared_ptr<TokenService> currentService() {
     ServiceHolder& held = holder();
     {
         std::lock_guard<std::mutex> lock(held.mutex);
-        if (held.service != nullptr) return held.service;
+        if (held.service != nullptr) {
+            return held.service;
+        }
     }
     // Made outside the lock: a new service registers its mutexes for fork(), and no guarded
     // mutex may be held while another is taken.
     auto made = std::make_shared<TokenService>(defaultStoreFolder());
     std::lock_guard<std::mutex> lock(held.mutex);
-    if (held.service == nullptr) held.service = std::move(made);
+    if (held.service == nullptr) {
+        held.service = std::move(made);
+    }
     return held.service;
 }
 
@@ -59,29 +63,41 @@ DeviceInstance makeInstance() {
         std::lock_guard<std::mutex> lock(held.mutex);
         // A service opened by calls made without an instance may point at another store than
         // the one the environment names now: the first instance starts afresh.
-        if (held.instances++ == 0) stale = std::move(held.service);
+        if (held.instances++ == 0) {
+            stale = std::move(held.service);
+        }
     }
-    if (stale != nullptr) stale->shutDown();
+    if (stale != nullptr) {
+        stale->shutDown();
+    }
     return instance;
 }
 
 void releaseInstance(DeviceInstance instance) {
-    if (instance == nullptr) return;
+    if (instance == nullptr) {
+        return;
+    }
     releaseHashContexts(instance);
     delete static_cast<InstanceRecord*>(instance);
     std::shared_ptr<TokenService> closing;
     {
         ServiceHolder& held = holder();
         std::lock_guard<std::mutex> lock(held.mutex);
-        if (held.instances > 0 && --held.instances == 0) closing = std::move(held.service);
+        if (held.instances > 0 && --held.instances == 0) {
+            closing = std::move(held.service);
+        }
     }
     // Operations still running elsewhere keep their own reference; the store closes after them.
-    if (closing != nullptr) closing->shutDown();
+    if (closing != nullptr) {
+        closing->shutDown();
+    }
 }
 
 int OperationFrame::begin(const char* operation) {
     service = currentService();
-    if (int result = service->snapshot(snapshot); result != kOk) return result;
+    if (int result = service->snapshot(snapshot); result != kOk) {
+        return result;
+    }
     return service->injectedFault(*snapshot, operation);
 }
 
@@ -89,7 +105,9 @@ int OperationFrame::faultOnly(const char* operation) {
     // Without an open store (no instance yet) there is nothing to consult: these operations
     // must not create a store as a side effect of parsing a certificate.
     service = existingService();
-    if (service == nullptr || service->snapshot(snapshot) != kOk) return 0;
+    if (service == nullptr || service->snapshot(snapshot) != kOk) {
+        return 0;
+    }
     return service->injectedFault(*snapshot, operation);
 }
 

@@ -61,7 +61,9 @@ Result guardedValue(Body body, Result fallback) noexcept {
 }
 
 // A device identifier or PIN as text; empty for a null pointer.
-inline std::string text(const char* value) { return value != nullptr ? value : ""; }
+inline std::string text(const char* value) {
+    return value != nullptr ? value : "";
+}
 
 // PIN copies made from the module's arguments wipe themselves.
 class PinText {

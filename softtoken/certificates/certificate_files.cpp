@@ -1,6 +1,7 @@
 #include "certificates/certificate_files.h"
 
 #include <dirent.h>
+#include <openssl/pem.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,8 +9,6 @@
 #include <climits>
 #include <fstream>
 #include <iterator>
-
-#include <openssl/pem.h>
 
 #include "certificates/certificate_reader.h"
 #include "crypto/openssl_types.h"
@@ -19,7 +18,9 @@ namespace softtoken {
 namespace {
 
 bool endsWithIgnoringCase(const std::string& name, const std::string& suffix) {
-    if (suffix.empty() || name.size() < suffix.size()) return false;
+    if (suffix.empty() || name.size() < suffix.size()) {
+        return false;
+    }
     return std::equal(suffix.rbegin(), suffix.rend(), name.rbegin(), [](char a, char b) {
         return std::tolower(static_cast<unsigned char>(a)) ==
                std::tolower(static_cast<unsigned char>(b));
@@ -34,7 +35,9 @@ bool isFolder(const std::string& path) {
 std::vector<std::string> regularFiles(const std::string& folder) {
     std::vector<std::string> names;
     std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(folder.c_str()), closedir);
-    if (directory == nullptr) return names;
+    if (directory == nullptr) {
+        return names;
+    }
     while (const dirent* entry = readdir(directory.get())) {
         std::string name = entry->d_name;
         struct stat info {};
@@ -49,17 +52,23 @@ std::vector<std::string> regularFiles(const std::string& folder) {
 }  // namespace
 
 Bytes certificateToDer(const Bytes& contents) {
-    if (contents.empty() || contents.size() > INT_MAX) return {};
+    if (contents.empty() || contents.size() > INT_MAX) {
+        return {};
+    }
     static const std::string kPemStart = "-----BEGIN";
-    bool pem = std::search(contents.begin(), contents.end(), kPemStart.begin(),
-                           kPemStart.end()) != contents.end();
+    bool pem = std::search(contents.begin(), contents.end(), kPemStart.begin(), kPemStart.end()) !=
+               contents.end();
     if (pem) {
         BioPtr bio(BIO_new_mem_buf(contents.data(), static_cast<int>(contents.size())));
         X509Ptr certificate(bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr)
                                 : nullptr);
-        if (certificate == nullptr) return {};
+        if (certificate == nullptr) {
+            return {};
+        }
         int length = i2d_X509(certificate.get(), nullptr);
-        if (length <= 0) return {};
+        if (length <= 0) {
+            return {};
+        }
         Bytes der(static_cast<std::size_t>(length));
         unsigned char* cursor = der.data();
         i2d_X509(certificate.get(), &cursor);
@@ -70,7 +79,9 @@ Bytes certificateToDer(const Bytes& contents) {
 
 bool readWholeFile(const std::string& path, Bytes& contents) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) return false;
+    if (!file) {
+        return false;
+    }
     contents.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.bad();
 }
@@ -78,16 +89,24 @@ bool readWholeFile(const std::string& path, Bytes& contents) {
 std::vector<std::pair<std::string, Bytes>> readCertificateFolder(
     const std::string& folder, const std::vector<std::string>& extensions) {
     std::string path = folder;
-    if (!isFolder(path)) std::replace(path.begin(), path.end(), '\\', '/');
+    if (!isFolder(path)) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+    }
     std::vector<std::pair<std::string, Bytes>> found;
     std::vector<std::string> names = regularFiles(path);
     for (const std::string& extension : extensions) {
         for (const std::string& name : names) {
-            if (!endsWithIgnoringCase(name, extension)) continue;
+            if (!endsWithIgnoringCase(name, extension)) {
+                continue;
+            }
             Bytes contents;
-            if (!readWholeFile(path + "/" + name, contents)) continue;
+            if (!readWholeFile(path + "/" + name, contents)) {
+                continue;
+            }
             Bytes der = certificateToDer(contents);
-            if (!der.empty()) found.emplace_back(name, std::move(der));
+            if (!der.empty()) {
+                found.emplace_back(name, std::move(der));
+            }
         }
     }
     return found;

@@ -15,9 +15,13 @@ namespace {
 
 template <typename T, int (*Encode)(const T*, unsigned char**)>
 Bytes encode(const T* value) {
-    if (value == nullptr) return {};
+    if (value == nullptr) {
+        return {};
+    }
     int length = Encode(value, nullptr);
-    if (length <= 0) return {};
+    if (length <= 0) {
+        return {};
+    }
     Bytes out(static_cast<std::size_t>(length));
     unsigned char* cursor = out.data();
     Encode(value, &cursor);
@@ -28,9 +32,13 @@ Bytes encode(const T* value) {
 // left readable instead of escaped byte by byte.
 std::string nameText(const X509_NAME* name) {
     BioPtr bio(BIO_new(BIO_s_mem()));
-    if (bio == nullptr) return {};
+    if (bio == nullptr) {
+        return {};
+    }
     unsigned long flags = XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB;
-    if (X509_NAME_print_ex(bio.get(), name, 0, flags) < 0) return {};
+    if (X509_NAME_print_ex(bio.get(), name, 0, flags) < 0) {
+        return {};
+    }
     char* data = nullptr;
     long length = BIO_get_mem_data(bio.get(), &data);
     return length > 0 ? std::string(data, static_cast<std::size_t>(length)) : std::string();
@@ -43,11 +51,15 @@ std::string commonName(const X509_NAME* name) {
     for (int next = -1; (next = X509_NAME_get_index_by_NID(name, NID_commonName, next)) >= 0;) {
         index = next;
     }
-    if (index < 0) return {};
+    if (index < 0) {
+        return {};
+    }
     const ASN1_STRING* value = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index));
     unsigned char* utf8 = nullptr;
     int length = ASN1_STRING_to_UTF8(&utf8, value);
-    if (length < 0) return {};
+    if (length < 0) {
+        return {};
+    }
     std::string text(reinterpret_cast<char*>(utf8), static_cast<std::size_t>(length));
     OPENSSL_free(utf8);
     return text;
@@ -55,24 +67,36 @@ std::string commonName(const X509_NAME* name) {
 
 std::int64_t secondsSinceEpoch(const ASN1_TIME* time) {
     std::tm parts{};
-    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) return 0;
+    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) {
+        return 0;
+    }
     return static_cast<std::int64_t>(timegm(&parts));
 }
 
 std::string serialHex(const ASN1_INTEGER* serial) {
     BignumPtr number(ASN1_INTEGER_to_BN(serial, nullptr));
-    if (number == nullptr) return {};
+    if (number == nullptr) {
+        return {};
+    }
     char* hex = BN_bn2hex(number.get());
-    if (hex == nullptr) return {};
+    if (hex == nullptr) {
+        return {};
+    }
     std::string text(hex);
     OPENSSL_free(hex);
     return text;
 }
 
 std::string keyAlgorithm(EVP_PKEY* key) {
-    if (key == nullptr) return {};
-    if (EVP_PKEY_is_a(key, "RSA")) return "RSA";
-    if (EVP_PKEY_is_a(key, "EC")) return "EC";
+    if (key == nullptr) {
+        return {};
+    }
+    if (EVP_PKEY_is_a(key, "RSA")) {
+        return "RSA";
+    }
+    if (EVP_PKEY_is_a(key, "EC")) {
+        return "EC";
+    }
     const char* name = EVP_PKEY_get0_type_name(key);
     return name != nullptr ? name : "";
 }
@@ -83,18 +107,28 @@ std::string keyUsageText(X509* certificate) {
         std::uint32_t bit;
         const char* name;
     } kUsages[] = {
-        {KU_DIGITAL_SIGNATURE, "digitalSignature"}, {KU_NON_REPUDIATION, "nonRepudiation"},
-        {KU_KEY_ENCIPHERMENT, "keyEncipherment"},   {KU_DATA_ENCIPHERMENT, "dataEncipherment"},
-        {KU_KEY_AGREEMENT, "keyAgreement"},         {KU_KEY_CERT_SIGN, "keyCertSign"},
-        {KU_CRL_SIGN, "cRLSign"},                   {KU_ENCIPHER_ONLY, "encipherOnly"},
+        {KU_DIGITAL_SIGNATURE, "digitalSignature"},
+        {KU_NON_REPUDIATION, "nonRepudiation"},
+        {KU_KEY_ENCIPHERMENT, "keyEncipherment"},
+        {KU_DATA_ENCIPHERMENT, "dataEncipherment"},
+        {KU_KEY_AGREEMENT, "keyAgreement"},
+        {KU_KEY_CERT_SIGN, "keyCertSign"},
+        {KU_CRL_SIGN, "cRLSign"},
+        {KU_ENCIPHER_ONLY, "encipherOnly"},
         {KU_DECIPHER_ONLY, "decipherOnly"},
     };
-    if ((X509_get_extension_flags(certificate) & EXFLAG_KUSAGE) == 0) return {};
+    if ((X509_get_extension_flags(certificate) & EXFLAG_KUSAGE) == 0) {
+        return {};
+    }
     std::uint32_t usage = X509_get_key_usage(certificate);
     std::string text;
     for (const auto& entry : kUsages) {
-        if ((usage & entry.bit) == 0) continue;
-        if (!text.empty()) text += ',';
+        if ((usage & entry.bit) == 0) {
+            continue;
+        }
+        if (!text.empty()) {
+            text += ',';
+        }
         text += entry.name;
     }
     return text;
@@ -103,14 +137,18 @@ std::string keyUsageText(X509* certificate) {
 }  // namespace
 
 X509Ptr parseCertificate(const unsigned char* der, std::size_t size) {
-    if (der == nullptr || size == 0 || size > INT_MAX) return nullptr;
+    if (der == nullptr || size == 0 || size > INT_MAX) {
+        return nullptr;
+    }
     const unsigned char* cursor = der;
     X509Ptr certificate(d2i_X509(nullptr, &cursor, static_cast<long>(size)));
     return certificate;
 }
 
 bool readCertificateDetails(X509* certificate, CertificateDetails& details) {
-    if (certificate == nullptr) return false;
+    if (certificate == nullptr) {
+        return false;
+    }
     CertificateDetails out;
     out.subjectName = nameText(X509_get_subject_name(certificate));
     out.subjectCommonName = commonName(X509_get_subject_name(certificate));
@@ -124,7 +162,9 @@ bool readCertificateDetails(X509* certificate, CertificateDetails& details) {
     const char* signatureName = OBJ_nid2ln(X509_get_signature_nid(certificate));
     out.signatureAlgorithm = signatureName != nullptr ? signatureName : "";
     out.keyUsage = keyUsageText(certificate);
-    if (key != nullptr && !publicValueOf(key, out.publicKey)) out.publicKey.clear();
+    if (key != nullptr && !publicValueOf(key, out.publicKey)) {
+        out.publicKey.clear();
+    }
     details = std::move(out);
     return true;
 }

@@ -8,10 +8,14 @@ namespace {
 // control in UTF-8, 0 for anything else.
 std::size_t controlAt(const std::string& text, std::size_t i) {
     const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < 0x20 || byte == 0x7F) return 1;
+    if (byte < 0x20 || byte == 0x7F) {
+        return 1;
+    }
     if (byte == 0xC2 && i + 1 < text.size()) {
         const auto next = static_cast<unsigned char>(text[i + 1]);
-        if (next >= 0x80 && next <= 0x9F) return 2;
+        if (next >= 0x80 && next <= 0x9F) {
+            return 2;
+        }
     }
     return 0;
 }
@@ -20,7 +24,9 @@ std::size_t controlAt(const std::string& text, std::size_t i) {
 
 bool hasControlCharacters(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (controlAt(text, i) != 0) return true;
+        if (controlAt(text, i) != 0) {
+            return true;
+        }
     }
     return false;
 }
@@ -32,7 +38,9 @@ std::string printable(const std::string& text) {
     for (std::size_t i = 0; i < text.size();) {
         std::size_t control = controlAt(text, i);
         if (control == 0) {
-            if (text[i] == '\\') out += '\\';
+            if (text[i] == '\\') {
+                out += '\\';
+            }
             out += text[i++];
             continue;
         }

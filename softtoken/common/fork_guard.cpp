@@ -23,12 +23,16 @@ Guarded& guarded() {
 void prepareFork() {
     Guarded& all = guarded();
     all.registryMutex.lock();
-    for (std::mutex* mutex : all.mutexes) mutex->lock();
+    for (std::mutex* mutex : all.mutexes) {
+        mutex->lock();
+    }
 }
 
 void resumeAfterFork() {
     Guarded& all = guarded();
-    for (std::mutex* mutex : all.mutexes) mutex->unlock();
+    for (std::mutex* mutex : all.mutexes) {
+        mutex->unlock();
+    }
     all.registryMutex.unlock();
 }
 
@@ -36,8 +40,7 @@ void resumeAfterFork() {
 
 void guardAcrossFork(std::mutex* mutex) {
     static std::once_flag handlers;
-    std::call_once(handlers,
-                   [] { pthread_atfork(prepareFork, resumeAfterFork, resumeAfterFork); });
+    std::call_once(handlers, [] { pthread_atfork(prepareFork, resumeAfterFork, resumeAfterFork); });
     Guarded& all = guarded();
     std::lock_guard<std::mutex> lock(all.registryMutex);
     all.mutexes.push_back(mutex);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-
 namespace softtoken {
 
 SecretBytes::SecretBytes(SecretBytes&& other) noexcept : bytes_(std::move(other.bytes_)) {
@@ -29,16 +28,22 @@ SecretBytes& SecretBytes::operator=(SecretBytes&& other) noexcept {
     return *this;
 }
 
-SecretBytes::~SecretBytes() { clear(); }
+SecretBytes::~SecretBytes() {
+    clear();
+}
 
 void SecretBytes::clear() {
-    if (!bytes_.empty()) OPENSSL_cleanse(bytes_.data(), bytes_.size());
+    if (!bytes_.empty()) {
+        OPENSSL_cleanse(bytes_.data(), bytes_.size());
+    }
     bytes_.clear();
 }
 
 void SecretBytes::resize(std::size_t size) {
     // Shrinking leaves the cut-off bytes in the buffer's spare capacity: wipe them first.
-    if (size < bytes_.size()) OPENSSL_cleanse(bytes_.data() + size, bytes_.size() - size);
+    if (size < bytes_.size()) {
+        OPENSSL_cleanse(bytes_.data() + size, bytes_.size() - size);
+    }
     if (size > bytes_.capacity()) {
         std::vector<unsigned char> bigger(size);
         std::copy(bytes_.begin(), bytes_.end(), bigger.begin());
@@ -55,7 +60,9 @@ bool SecretBytes::operator==(const SecretBytes& other) const {
 }
 
 void wipeText(std::string& text) {
-    if (!text.empty()) OPENSSL_cleanse(&text[0], text.size());
+    if (!text.empty()) {
+        OPENSSL_cleanse(&text[0], text.size());
+    }
     text.clear();
 }
 
@@ -72,22 +79,32 @@ std::string toHex(const unsigned char* data, std::size_t size) {
 
 namespace {
 int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
     return -1;
 }
 }  // namespace
 
 bool fromHex(const std::string& text, Bytes& out) {
-    std::size_t start = (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X'))
-                            ? 2 : 0;
-    if ((text.size() - start) % 2 != 0) return false;
+    std::size_t start =
+        (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) ? 2 : 0;
+    if ((text.size() - start) % 2 != 0) {
+        return false;
+    }
     Bytes bytes;
     for (std::size_t i = start; i < text.size(); i += 2) {
         int high = hexDigit(text[i]);
         int low = hexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return false;
+        if (high < 0 || low < 0) {
+            return false;
+        }
         bytes.push_back(static_cast<unsigned char>(high * 16 + low));
     }
     out = std::move(bytes);

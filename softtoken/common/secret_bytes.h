@@ -38,7 +38,9 @@ private:
 void wipeText(std::string& text);
 
 std::string toHex(const unsigned char* data, std::size_t size);
-inline std::string toHex(const Bytes& bytes) { return toHex(bytes.data(), bytes.size()); }
+inline std::string toHex(const Bytes& bytes) {
+    return toHex(bytes.data(), bytes.size());
+}
 // Reads hexadecimal digits (an optional "0x" in front); false on any other character or an odd
 // count.
 bool fromHex(const std::string& text, Bytes& out);

@@ -26,25 +26,37 @@ const FetchedDigests& digests() {
 const EVP_MD* digestForCode(int code) {
     const FetchedDigests& all = digests();
     switch (code) {
-    case kHashSha1Legacy:  // the older name of SHA-1 that key derivation still passes
-    case kHashSha1: return all.sha1;
-    case kHashSha256: return all.sha256;
-    case kHashSha384: return all.sha384;
-    case kHashSha512: return all.sha512;
-    case kHashSha224: return all.sha224;
-    default: return nullptr;
+        case kHashSha1Legacy:  // the older name of SHA-1 that key derivation still passes
+        case kHashSha1:
+            return all.sha1;
+        case kHashSha256:
+            return all.sha256;
+        case kHashSha384:
+            return all.sha384;
+        case kHashSha512:
+            return all.sha512;
+        case kHashSha224:
+            return all.sha224;
+        default:
+            return nullptr;
     }
 }
 
 const EVP_MD* digestForLength(std::size_t length) {
     const FetchedDigests& all = digests();
     switch (length) {
-    case 20: return all.sha1;
-    case 28: return all.sha224;
-    case 32: return all.sha256;
-    case 48: return all.sha384;
-    case 64: return all.sha512;
-    default: return nullptr;
+        case 20:
+            return all.sha1;
+        case 28:
+            return all.sha224;
+        case 32:
+            return all.sha256;
+        case 48:
+            return all.sha384;
+        case 64:
+            return all.sha512;
+        default:
+            return nullptr;
     }
 }
 

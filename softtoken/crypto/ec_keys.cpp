@@ -23,13 +23,17 @@ bool ecPublicPoint(EVP_PKEY* key, Bytes& point) {
 }
 
 PkeyPtr ecPublicKey(const KeyTypeInfo& type, const unsigned char* data, std::size_t size) {
-    if (type.rsa || data == nullptr || size == 0 || size > INT_MAX) return nullptr;
+    if (type.rsa || data == nullptr || size == 0 || size > INT_MAX) {
+        return nullptr;
+    }
     if (data[0] == 0x30) {
         const unsigned char* cursor = data;
         PkeyPtr key(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(size)));
         return key != nullptr && EVP_PKEY_is_a(key.get(), "EC") ? std::move(key) : nullptr;
     }
-    if (size != 1 + 2 * type.componentBytes || data[0] != 0x04) return nullptr;
+    if (size != 1 + 2 * type.componentBytes || data[0] != 0x04) {
+        return nullptr;
+    }
     ParamBuildPtr build(OSSL_PARAM_BLD_new());
     if (!build ||
         OSSL_PARAM_BLD_push_utf8_string(build.get(), OSSL_PKEY_PARAM_GROUP_NAME, type.curve, 0) !=
@@ -48,14 +52,18 @@ PkeyPtr ecPublicKey(const KeyTypeInfo& type, const unsigned char* data, std::siz
     // fromdata does not insist that the point lies on the curve; an invalid point would make
     // ECDH leak bits of the private key.
     PkeyCtxPtr check(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
-    if (check == nullptr || EVP_PKEY_public_check(check.get()) != 1) return nullptr;
+    if (check == nullptr || EVP_PKEY_public_check(check.get()) != 1) {
+        return nullptr;
+    }
     return owned;
 }
 
 bool ecdsaDerToFixed(const Bytes& der, std::size_t componentSize, Bytes& fixed) {
     const unsigned char* cursor = der.data();
     EcdsaSigPtr signature(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(der.size())));
-    if (signature == nullptr) return false;
+    if (signature == nullptr) {
+        return false;
+    }
     const BIGNUM* r = nullptr;
     const BIGNUM* s = nullptr;
     ECDSA_SIG_get0(signature.get(), &r, &s);
@@ -69,7 +77,9 @@ bool ecdsaDerToFixed(const Bytes& der, std::size_t componentSize, Bytes& fixed) 
 }
 
 bool ecdsaFixedToDer(const unsigned char* fixed, std::size_t size, Bytes& der) {
-    if (size == 0 || size % 2 != 0 || size > INT_MAX) return false;
+    if (size == 0 || size % 2 != 0 || size > INT_MAX) {
+        return false;
+    }
     int half = static_cast<int>(size / 2);
     EcdsaSigPtr signature(ECDSA_SIG_new());
     BIGNUM* r = BN_bin2bn(fixed, half, nullptr);
@@ -81,7 +91,9 @@ bool ecdsaFixedToDer(const unsigned char* fixed, std::size_t size, Bytes& der) {
         return false;
     }
     int length = i2d_ECDSA_SIG(signature.get(), nullptr);
-    if (length <= 0) return false;
+    if (length <= 0) {
+        return false;
+    }
     Bytes out(static_cast<std::size_t>(length));
     unsigned char* cursor = out.data();
     i2d_ECDSA_SIG(signature.get(), &cursor);

@@ -5,9 +5,11 @@
 
 namespace softtoken {
 
-int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer,
-               std::size_t size, SecretBytes& secret) {
-    if (type.rsa) return kKeyCannotDoThis;
+int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer, std::size_t size,
+               SecretBytes& secret) {
+    if (type.rsa) {
+        return kKeyCannotDoThis;
+    }
     std::size_t pointSize = 1 + 2 * type.componentBytes;
     // DER OCTET STRING around the point: 04, its length (one byte below 128, else 81 nn), point.
     if (size == pointSize + 2 && peer[0] == 0x04 && peer[1] == pointSize) {
@@ -19,7 +21,9 @@ int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer
         size -= 3;
     }
     PkeyPtr peerKey = ecPublicKey(type, peer, size);
-    if (peerKey == nullptr) return kBadArgument;
+    if (peerKey == nullptr) {
+        return kBadArgument;
+    }
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     std::size_t length = 0;
     if (context == nullptr || EVP_PKEY_derive_init(context.get()) != 1 ||
@@ -28,7 +32,9 @@ int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer
         return kCryptoFailed;
     }
     SecretBytes out(length);
-    if (EVP_PKEY_derive(context.get(), out.data(), &length) != 1) return kCryptoFailed;
+    if (EVP_PKEY_derive(context.get(), out.data(), &length) != 1) {
+        return kCryptoFailed;
+    }
     out.resize(length);
     secret = std::move(out);
     return kOk;

@@ -14,8 +14,8 @@ namespace softtoken {
 
 PkeyPtr generateKey(const KeyTypeInfo& type) {
     if (type.rsa) {
-        return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA",
-                                         static_cast<std::size_t>(type.bits)));
+        return PkeyPtr(
+            EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(type.bits)));
     }
     return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", type.curve));
 }
@@ -24,12 +24,18 @@ bool encodePrivateKey(EVP_PKEY* key, SecretBytes& der) {
     std::unique_ptr<PKCS8_PRIV_KEY_INFO,
                     OpenSslDeleter<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>>
         info(EVP_PKEY2PKCS8(key));
-    if (info == nullptr) return false;
+    if (info == nullptr) {
+        return false;
+    }
     int size = i2d_PKCS8_PRIV_KEY_INFO(info.get(), nullptr);
-    if (size <= 0) return false;
+    if (size <= 0) {
+        return false;
+    }
     SecretBytes out(static_cast<std::size_t>(size));
     unsigned char* cursor = out.data();
-    if (i2d_PKCS8_PRIV_KEY_INFO(info.get(), &cursor) != size) return false;
+    if (i2d_PKCS8_PRIV_KEY_INFO(info.get(), &cursor) != size) {
+        return false;
+    }
     der = std::move(out);
     return true;
 }
@@ -39,7 +45,9 @@ PkeyPtr decodePrivateKey(const unsigned char* data, std::size_t size) {
     std::unique_ptr<OSSL_DECODER_CTX, OpenSslDeleter<OSSL_DECODER_CTX, OSSL_DECODER_CTX_free>>
         decoder(OSSL_DECODER_CTX_new_for_pkey(&key, nullptr, nullptr, nullptr,
                                               OSSL_KEYMGMT_SELECT_KEYPAIR, nullptr, nullptr));
-    if (decoder == nullptr) return nullptr;
+    if (decoder == nullptr) {
+        return nullptr;
+    }
     const unsigned char* cursor = data;
     std::size_t left = size;
     if (OSSL_DECODER_from_data(decoder.get(), &cursor, &left) != 1) {
@@ -50,14 +58,22 @@ PkeyPtr decodePrivateKey(const unsigned char* data, std::size_t size) {
 }
 
 bool publicValueOf(EVP_PKEY* key, Bytes& value) {
-    if (EVP_PKEY_is_a(key, "RSA")) return rsaModulus(key, value);
-    if (EVP_PKEY_is_a(key, "EC")) return ecPublicPoint(key, value);
+    if (EVP_PKEY_is_a(key, "RSA")) {
+        return rsaModulus(key, value);
+    }
+    if (EVP_PKEY_is_a(key, "EC")) {
+        return ecPublicPoint(key, value);
+    }
     return false;
 }
 
 const KeyTypeInfo* keyTypeOf(EVP_PKEY* key) {
-    if (key == nullptr) return nullptr;
-    if (EVP_PKEY_is_a(key, "RSA")) return keyTypeForRsaBits(EVP_PKEY_get_bits(key));
+    if (key == nullptr) {
+        return nullptr;
+    }
+    if (EVP_PKEY_is_a(key, "RSA")) {
+        return keyTypeForRsaBits(EVP_PKEY_get_bits(key));
+    }
     if (EVP_PKEY_is_a(key, "EC")) {
         char group[64] = {};
         std::size_t length = 0;

@@ -21,7 +21,9 @@ constexpr KeyTypeInfo kKeyTypes[] = {
 template <typename Predicate>
 const KeyTypeInfo* findType(Predicate matches) {
     for (const KeyTypeInfo& info : kKeyTypes) {
-        if (matches(info)) return &info;
+        if (matches(info)) {
+            return &info;
+        }
     }
     return nullptr;
 }
@@ -46,9 +48,7 @@ const KeyTypeInfo* keyTypeForCurve(const std::string& curve) {
                              : curve == "P-384" ? "secp384r1"
                              : curve == "P-521" ? "secp521r1"
                                                 : curve;
-    return findType([&name](const KeyTypeInfo& info) {
-        return !info.rsa && name == info.curve;
-    });
+    return findType([&name](const KeyTypeInfo& info) { return !info.rsa && name == info.curve; });
 }
 
 const KeyTypeInfo* keyTypeForEncryption(int encryptionType) {
@@ -60,7 +60,9 @@ const KeyTypeInfo* keyTypeForEncryption(int encryptionType) {
 std::string keyTypeNames() {
     std::string names;
     for (const KeyTypeInfo& info : kKeyTypes) {
-        if (!names.empty()) names += '|';
+        if (!names.empty()) {
+            names += '|';
+        }
         names += info.name;
     }
     return names;

@@ -8,8 +8,8 @@
 namespace softtoken {
 
 struct KeyTypeInfo {
-    std::int32_t code;           // OstrelKeyType
-    const char* name;            // the tool's name: rsa2048, p256, ...
+    std::int32_t code;  // OstrelKeyType
+    const char* name;   // the tool's name: rsa2048, p256, ...
     bool rsa;
     int bits;                    // modulus or field size
     const char* curve;           // OpenSSL group name, null for RSA

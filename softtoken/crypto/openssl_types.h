@@ -1,8 +1,8 @@
 // Owning pointers for the OpenSSL objects the token uses.
 #pragma once
 
-#include <openssl/bn.h>
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/param_build.h>
@@ -34,6 +34,8 @@ using EcdsaSigPtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG, ECDSA_S
 // A shared, immutable key: OpenSSL 3 keys may be used by several threads at once for
 // operations that each have their own EVP_PKEY_CTX.
 using SharedPkey = std::shared_ptr<EVP_PKEY>;
-inline SharedPkey share(PkeyPtr key) { return SharedPkey(key.release(), EVP_PKEY_free); }
+inline SharedPkey share(PkeyPtr key) {
+    return SharedPkey(key.release(), EVP_PKEY_free);
+}
 
 }  // namespace softtoken

@@ -28,7 +28,9 @@ bool hmacSha256(const SecretBytes& key, const char* label, unsigned char* out) {
 }  // namespace
 
 bool derivePin(const std::string& pin, const Bytes& salt, int iterations, PinDerivation& out) {
-    if (iterations <= 0 || pin.size() > INT_MAX) return false;
+    if (iterations <= 0 || pin.size() > INT_MAX) {
+        return false;
+    }
     SecretBytes master(kKeySize);
     if (PKCS5_PBKDF2_HMAC(pin.data(), static_cast<int>(pin.size()), salt.data(),
                           static_cast<int>(salt.size()), iterations, EVP_sha256(),
@@ -49,17 +51,20 @@ bool makePinRecord(const std::string& pin, int iterations, PinRecord& record,
     made.salt = randomBytes(kSaltSize);
     made.iterations = iterations;
     PinDerivation derived;
-    if (made.salt.empty() || !derivePin(pin, made.salt, iterations, derived)) return false;
+    if (made.salt.empty() || !derivePin(pin, made.salt, iterations, derived)) {
+        return false;
+    }
     made.verifier = derived.verifier;
     record = std::move(made);
-    if (derivation != nullptr) *derivation = std::move(derived);
+    if (derivation != nullptr) {
+        *derivation = std::move(derived);
+    }
     return true;
 }
 
 bool pinMatches(const PinRecord& record, const Bytes& verifier) {
     return record.present() && record.verifier.size() == verifier.size() &&
-           CRYPTO_memcmp(record.verifier.data(), verifier.data(),
-                         record.verifier.size()) == 0;
+           CRYPTO_memcmp(record.verifier.data(), verifier.data(), record.verifier.size()) == 0;
 }
 
 bool randomBytes(unsigned char* out, std::size_t size) {
@@ -68,14 +73,18 @@ bool randomBytes(unsigned char* out, std::size_t size) {
     constexpr std::size_t kChunk = 64 * 1024;
     for (std::size_t done = 0; done < size; done += kChunk) {
         std::size_t chunk = std::min(kChunk, size - done);
-        if (RAND_bytes(out + done, static_cast<int>(chunk)) != 1) return false;
+        if (RAND_bytes(out + done, static_cast<int>(chunk)) != 1) {
+            return false;
+        }
     }
     return true;
 }
 
 Bytes randomBytes(std::size_t size) {
     Bytes bytes(size);
-    if (!randomBytes(bytes.data(), size)) bytes.clear();
+    if (!randomBytes(bytes.data(), size)) {
+        bytes.clear();
+    }
     return bytes;
 }
 

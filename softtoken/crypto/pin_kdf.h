@@ -15,8 +15,8 @@ namespace softtoken {
 constexpr int kPinIterations = 20000;
 
 struct PinDerivation {
-    Bytes verifier;            // what the store keeps
-    SecretBytes wrappingKey;   // 32 bytes, never stored
+    Bytes verifier;           // what the store keeps
+    SecretBytes wrappingKey;  // 32 bytes, never stored
 };
 
 bool derivePin(const std::string& pin, const Bytes& salt, int iterations, PinDerivation& out);

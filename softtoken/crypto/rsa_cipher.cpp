@@ -15,7 +15,7 @@ namespace {
 // label.
 struct Padding {
     int rsaPadding;
-    int oaepHash;  // HashAlgorithmCode; 0 for PKCS #1 v1.5
+    int oaepHash;          // HashAlgorithmCode; 0 for PKCS #1 v1.5
     std::size_t overhead;  // bytes of the modulus the padding takes
 };
 
@@ -36,8 +36,12 @@ const struct {
 const Padding* const kDecryptionOrder[] = {&kOaepSha1, &kOaepSha256, &kPkcs1};
 
 bool configure(EVP_PKEY_CTX* context, const Padding& padding) {
-    if (EVP_PKEY_CTX_set_rsa_padding(context, padding.rsaPadding) != 1) return false;
-    if (padding.oaepHash == 0) return true;
+    if (EVP_PKEY_CTX_set_rsa_padding(context, padding.rsaPadding) != 1) {
+        return false;
+    }
+    if (padding.oaepHash == 0) {
+        return true;
+    }
     const EVP_MD* digest = digestForCode(padding.oaepHash);
     return digest != nullptr && EVP_PKEY_CTX_set_rsa_oaep_md(context, digest) == 1 &&
            EVP_PKEY_CTX_set_rsa_mgf1_md(context, digest) == 1;
@@ -55,18 +59,24 @@ void askForExplicitRejection(EVP_PKEY_CTX* context) {
     EVP_PKEY_CTX_set_params(context, params);
 }
 
-bool tryDecrypt(EVP_PKEY* key, const Padding& padding, const unsigned char* input,
-                std::size_t size, SecretBytes& output) {
+bool tryDecrypt(EVP_PKEY* key, const Padding& padding, const unsigned char* input, std::size_t size,
+                SecretBytes& output) {
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     if (context == nullptr || EVP_PKEY_decrypt_init(context.get()) != 1 ||
         !configure(context.get(), padding)) {
         return false;
     }
-    if (padding.rsaPadding == RSA_PKCS1_PADDING) askForExplicitRejection(context.get());
+    if (padding.rsaPadding == RSA_PKCS1_PADDING) {
+        askForExplicitRejection(context.get());
+    }
     std::size_t length = 0;
-    if (EVP_PKEY_decrypt(context.get(), nullptr, &length, input, size) != 1) return false;
+    if (EVP_PKEY_decrypt(context.get(), nullptr, &length, input, size) != 1) {
+        return false;
+    }
     SecretBytes out(length);
-    if (EVP_PKEY_decrypt(context.get(), out.data(), &length, input, size) != 1) return false;
+    if (EVP_PKEY_decrypt(context.get(), out.data(), &length, input, size) != 1) {
+        return false;
+    }
     out.resize(length);
     output = std::move(out);
     return true;
@@ -78,29 +88,43 @@ int rsaEncrypt(EVP_PKEY* key, int padding, const unsigned char* input, std::size
                Bytes& output) {
     const Padding* chosen = nullptr;
     for (const auto& entry : kEncryptionPaddings) {
-        if (entry.mode == padding) chosen = entry.padding;
+        if (entry.mode == padding) {
+            chosen = entry.padding;
+        }
     }
-    if (chosen == nullptr) return kUnknownAlgorithm;
+    if (chosen == nullptr) {
+        return kUnknownAlgorithm;
+    }
     std::size_t modulusSize = static_cast<std::size_t>(EVP_PKEY_get_size(key));
-    if (size + chosen->overhead > modulusSize) return kInputSize;
+    if (size + chosen->overhead > modulusSize) {
+        return kInputSize;
+    }
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     if (context == nullptr || EVP_PKEY_encrypt_init(context.get()) != 1 ||
         !configure(context.get(), *chosen)) {
         return kCryptoFailed;
     }
     std::size_t length = 0;
-    if (EVP_PKEY_encrypt(context.get(), nullptr, &length, input, size) != 1) return kCryptoFailed;
+    if (EVP_PKEY_encrypt(context.get(), nullptr, &length, input, size) != 1) {
+        return kCryptoFailed;
+    }
     Bytes out(length);
-    if (EVP_PKEY_encrypt(context.get(), out.data(), &length, input, size) != 1) return kCryptoFailed;
+    if (EVP_PKEY_encrypt(context.get(), out.data(), &length, input, size) != 1) {
+        return kCryptoFailed;
+    }
     out.resize(length);
     output = std::move(out);
     return kOk;
 }
 
 int rsaDecrypt(EVP_PKEY* key, const unsigned char* input, std::size_t size, SecretBytes& output) {
-    if (size != static_cast<std::size_t>(EVP_PKEY_get_size(key))) return kInputSize;
+    if (size != static_cast<std::size_t>(EVP_PKEY_get_size(key))) {
+        return kInputSize;
+    }
     for (const Padding* padding : kDecryptionOrder) {
-        if (tryDecrypt(key, *padding, input, size, output)) return kOk;
+        if (tryDecrypt(key, *padding, input, size, output)) {
+            return kOk;
+        }
     }
     return kDecryptFailed;
 }

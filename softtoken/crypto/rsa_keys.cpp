@@ -67,7 +67,9 @@ bool completeComponents(RsaComponents& c) {
 
 bool rsaModulus(EVP_PKEY* key, Bytes& modulus) {
     BIGNUM* n = nullptr;
-    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n) != 1) return false;
+    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n) != 1) {
+        return false;
+    }
     BignumPtr owned(n);
     Bytes out(static_cast<std::size_t>(BN_num_bytes(n)));
     BN_bn2bin(n, out.data());
@@ -76,13 +78,17 @@ bool rsaModulus(EVP_PKEY* key, Bytes& modulus) {
 }
 
 PkeyPtr rsaPublicKey(const unsigned char* data, std::size_t size) {
-    if (data == nullptr || size == 0 || size > INT_MAX) return nullptr;
+    if (data == nullptr || size == 0 || size > INT_MAX) {
+        return nullptr;
+    }
     if (data[0] == 0x30) {
         // A SubjectPublicKeyInfo (a bare modulus never starts with 0x30 in practice: its top
         // bit is set; 0x30 would mean a key shorter than its length says).
         const unsigned char* cursor = data;
         PkeyPtr key(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(size)));
-        if (key != nullptr && EVP_PKEY_is_a(key.get(), "RSA")) return key;
+        if (key != nullptr && EVP_PKEY_is_a(key.get(), "RSA")) {
+            return key;
+        }
         return nullptr;
     }
     BignumPtr n(BN_bin2bn(data, static_cast<int>(size), nullptr));
@@ -107,12 +113,17 @@ int rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, const 
     c.n = toBignum(modulus);
     c.d = toBignum(privateExponent);
     c.p = toBignum(prime);
-    if (!c.n || !c.d || !c.p) return kInternal;
-    if (!completeComponents(c)) return kBadArgument;
-    if (!BN_is_word(c.e.get(), kDefaultExponent)) return kKeyCannotDoThis;
+    if (!c.n || !c.d || !c.p) {
+        return kInternal;
+    }
+    if (!completeComponents(c)) {
+        return kBadArgument;
+    }
+    if (!BN_is_word(c.e.get(), kDefaultExponent)) {
+        return kKeyCannotDoThis;
+    }
     ParamBuildPtr build(OSSL_PARAM_BLD_new());
-    if (!build ||
-        OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_N, c.n.get()) != 1 ||
+    if (!build || OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_N, c.n.get()) != 1 ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_E, c.e.get()) != 1 ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_D, c.d.get()) != 1 ||
         OSSL_PARAM_BLD_push_BN(build.get(), OSSL_PKEY_PARAM_RSA_FACTOR1, c.p.get()) != 1 ||
@@ -124,11 +135,15 @@ int rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, const 
     }
     ParamsPtr params(OSSL_PARAM_BLD_to_param(build.get()));
     PkeyPtr made = params ? keyFromParams(params.get(), EVP_PKEY_KEYPAIR) : nullptr;
-    if (made == nullptr) return kBadArgument;
+    if (made == nullptr) {
+        return kBadArgument;
+    }
     // The components came from outside: make sure they really belong together (p and q prime,
     // e * d = 1 for both), which the arithmetic above alone does not prove.
     PkeyCtxPtr check(EVP_PKEY_CTX_new_from_pkey(nullptr, made.get(), nullptr));
-    if (check == nullptr || EVP_PKEY_pairwise_check(check.get()) != 1) return kBadArgument;
+    if (check == nullptr || EVP_PKEY_pairwise_check(check.get()) != 1) {
+        return kBadArgument;
+    }
     key = std::move(made);
     return kOk;
 }

@@ -33,7 +33,9 @@ bool seal(const SecretBytes& key, const unsigned char* plain, std::size_t size,
     out[0] = kFormatVersion;
     unsigned char* nonce = out.data() + 1;
     unsigned char* body = nonce + kNonceSize;
-    if (!randomBytes(nonce, kNonceSize)) return false;
+    if (!randomBytes(nonce, kNonceSize)) {
+        return false;
+    }
     CipherCtxPtr cipher(EVP_CIPHER_CTX_new());
     int written = 0;
     int finalWritten = 0;
@@ -53,8 +55,7 @@ bool seal(const SecretBytes& key, const unsigned char* plain, std::size_t size,
 bool unseal(const SecretBytes& key, const Bytes& sealed, const std::string& context,
             SecretBytes& plain) {
     if (key.size() != kKeySize || sealed.size() <= 1 + kNonceSize + kTagSize ||
-        sealed[0] != kFormatVersion ||
-        sealed.size() > INT_MAX) {
+        sealed[0] != kFormatVersion || sealed.size() > INT_MAX) {
         return false;
     }
     const unsigned char* nonce = sealed.data() + 1;

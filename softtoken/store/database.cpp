@@ -30,7 +30,9 @@ std::unique_ptr<Database> Database::open(const std::string& path) {
 }
 
 Database::~Database() {
-    if (connection_ != nullptr) sqlite3_close_v2(connection_);
+    if (connection_ != nullptr) {
+        sqlite3_close_v2(connection_);
+    }
 }
 
 bool Database::execute(const char* sql) {
@@ -42,9 +44,13 @@ std::int64_t Database::dataVersion() {
     return statement.step() ? statement.integer(0) : -1;
 }
 
-std::int64_t Database::lastInsertRowId() { return sqlite3_last_insert_rowid(connection_); }
+std::int64_t Database::lastInsertRowId() {
+    return sqlite3_last_insert_rowid(connection_);
+}
 
-int Database::changes() { return sqlite3_changes(connection_); }
+int Database::changes() {
+    return sqlite3_changes(connection_);
+}
 
 Statement::Statement(Database& database, const char* sql) {
     if (sqlite3_prepare_v2(database.handle(), sql, -1, &statement_, nullptr) != SQLITE_OK) {
@@ -54,7 +60,9 @@ Statement::Statement(Database& database, const char* sql) {
     }
 }
 
-Statement::~Statement() { sqlite3_finalize(statement_); }
+Statement::~Statement() {
+    sqlite3_finalize(statement_);
+}
 
 Statement& Statement::bind(int index, std::int64_t value) {
     if (statement_ != nullptr && sqlite3_bind_int64(statement_, index, value) != SQLITE_OK) {
@@ -84,15 +92,23 @@ Statement& Statement::bind(int index, const unsigned char* data, std::size_t siz
 }
 
 Statement& Statement::bindNull(int index) {
-    if (statement_ != nullptr && sqlite3_bind_null(statement_, index) != SQLITE_OK) failed_ = true;
+    if (statement_ != nullptr && sqlite3_bind_null(statement_, index) != SQLITE_OK) {
+        failed_ = true;
+    }
     return *this;
 }
 
 bool Statement::step() {
-    if (statement_ == nullptr || failed_) return false;
+    if (statement_ == nullptr || failed_) {
+        return false;
+    }
     int result = sqlite3_step(statement_);
-    if (result == SQLITE_ROW) return true;
-    if (result != SQLITE_DONE) failed_ = true;
+    if (result == SQLITE_ROW) {
+        return true;
+    }
+    if (result != SQLITE_DONE) {
+        failed_ = true;
+    }
     return false;
 }
 
@@ -102,18 +118,22 @@ bool Statement::run() {
 }
 
 void Statement::reset() {
-    if (statement_ != nullptr) sqlite3_reset(statement_);
+    if (statement_ != nullptr) {
+        sqlite3_reset(statement_);
+    }
     failed_ = statement_ == nullptr;
 }
 
-std::int64_t Statement::integer(int column) { return sqlite3_column_int64(statement_, column); }
+std::int64_t Statement::integer(int column) {
+    return sqlite3_column_int64(statement_, column);
+}
 
 std::string Statement::text(int column) {
     const unsigned char* value = sqlite3_column_text(statement_, column);
     int size = sqlite3_column_bytes(statement_, column);
-    return value != nullptr ? std::string(reinterpret_cast<const char*>(value),
-                                          static_cast<std::size_t>(size))
-                            : std::string();
+    return value != nullptr
+               ? std::string(reinterpret_cast<const char*>(value), static_cast<std::size_t>(size))
+               : std::string();
 }
 
 Bytes Statement::blob(int column) {
@@ -131,11 +151,15 @@ WriteTransaction::WriteTransaction(Database& database) : database_(database) {
 }
 
 WriteTransaction::~WriteTransaction() {
-    if (begun_ && !finished_) database_.execute("ROLLBACK");
+    if (begun_ && !finished_) {
+        database_.execute("ROLLBACK");
+    }
 }
 
 bool WriteTransaction::commit() {
-    if (!begun_ || finished_) return false;
+    if (!begun_ || finished_) {
+        return false;
+    }
     finished_ = database_.execute("COMMIT");
     return finished_;
 }

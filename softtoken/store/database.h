@@ -47,7 +47,9 @@ public:
     Statement& bind(int index, std::int64_t value);
     Statement& bind(int index, const std::string& value);
     Statement& bind(int index, const unsigned char* data, std::size_t size);
-    Statement& bind(int index, const Bytes& value) { return bind(index, value.data(), value.size()); }
+    Statement& bind(int index, const Bytes& value) {
+        return bind(index, value.data(), value.size());
+    }
     Statement& bindNull(int index);
 
     // True when a row is available; false at the end or on an error (see failed()).

@@ -16,8 +16,12 @@ bool deviceExists(Database& database, const std::string& deviceId) {
 // A statement that must touch the device's row: when it touched none, the device is unknown
 // (kDeviceUnreachable) or, for token fields, blank (kBlankDevice).
 int changedOne(Database& database, Statement& statement, const std::string& deviceId) {
-    if (!statement.run()) return kStoreWriteFailed;
-    if (database.changes() > 0) return kOk;
+    if (!statement.run()) {
+        return kStoreWriteFailed;
+    }
+    if (database.changes() > 0) {
+        return kOk;
+    }
     return deviceExists(database, deviceId) ? kBlankDevice : kDeviceUnreachable;
 }
 
@@ -25,7 +29,9 @@ int nextPlugOrder(Database& database, std::int64_t* order) {
     Statement bump(database,
                    "UPDATE counters SET value = value + 1 WHERE name = 'plug_sequence' "
                    "RETURNING value");
-    if (!bump.step()) return kStoreWriteFailed;
+    if (!bump.step()) {
+        return kStoreWriteFailed;
+    }
     *order = bump.integer(0);
     return kOk;
 }
@@ -33,9 +39,13 @@ int nextPlugOrder(Database& database, std::int64_t* order) {
 }  // namespace
 
 int insertToken(Database& database, const NewToken& token) {
-    if (deviceExists(database, token.serial)) return kAlreadyExists;
+    if (deviceExists(database, token.serial)) {
+        return kAlreadyExists;
+    }
     std::int64_t order = 0;
-    if (int result = nextPlugOrder(database, &order); result != kOk) return result;
+    if (int result = nextPlugOrder(database, &order); result != kOk) {
+        return result;
+    }
     Statement insert(database,
                      "INSERT INTO devices (device_id, blank, plug_order, label, model, firmware, "
                      "pin_changed, retries_max, retries_left, so_retries_left, capacity, "
@@ -53,9 +63,13 @@ int insertToken(Database& database, const NewToken& token) {
 }
 
 int insertBlankDevice(Database& database, const std::string& deviceId) {
-    if (deviceExists(database, deviceId)) return kAlreadyExists;
+    if (deviceExists(database, deviceId)) {
+        return kAlreadyExists;
+    }
     std::int64_t order = 0;
-    if (int result = nextPlugOrder(database, &order); result != kOk) return result;
+    if (int result = nextPlugOrder(database, &order); result != kOk) {
+        return result;
+    }
     Statement insert(database,
                      "INSERT INTO devices (device_id, blank, plug_order) VALUES (?, 1, ?)");
     insert.bind(1, deviceId).bind(2, order);
@@ -65,10 +79,16 @@ int insertBlankDevice(Database& database, const std::string& deviceId) {
 int plugDevice(Database& database, const std::string& deviceId) {
     Statement query(database, "SELECT plug_order IS NOT NULL FROM devices WHERE device_id = ?");
     query.bind(1, deviceId);
-    if (!query.step()) return query.failed() ? kStoreWriteFailed : kDeviceUnreachable;
-    if (query.integer(0) != 0) return kOk;
+    if (!query.step()) {
+        return query.failed() ? kStoreWriteFailed : kDeviceUnreachable;
+    }
+    if (query.integer(0) != 0) {
+        return kOk;
+    }
     std::int64_t order = 0;
-    if (int result = nextPlugOrder(database, &order); result != kOk) return result;
+    if (int result = nextPlugOrder(database, &order); result != kOk) {
+        return result;
+    }
     Statement update(database, "UPDATE devices SET plug_order = ? WHERE device_id = ?");
     update.bind(1, order).bind(2, deviceId);
     return changedOne(database, update, deviceId);
@@ -95,8 +115,10 @@ int setDeviceField(Database& database, const std::string& deviceId, DeviceField 
         bool numeric;
         const char* sql;
     } kUpdates[] = {
-        {DeviceField::Label, false, "UPDATE devices SET label = ?1 WHERE device_id = ?2 AND blank = 0"},
-        {DeviceField::Model, false, "UPDATE devices SET model = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Label, false,
+         "UPDATE devices SET label = ?1 WHERE device_id = ?2 AND blank = 0"},
+        {DeviceField::Model, false,
+         "UPDATE devices SET model = ?1 WHERE device_id = ?2 AND blank = 0"},
         {DeviceField::Firmware, false,
          "UPDATE devices SET firmware = ?1 WHERE device_id = ?2 AND blank = 0"},
         {DeviceField::PinChanged, true,
@@ -113,7 +135,9 @@ int setDeviceField(Database& database, const std::string& deviceId, DeviceField 
         "UPDATE devices SET retries_left = 0, so_retries_left = 0 WHERE device_id = ?2 AND "
         "blank = 0";
     for (const auto& update : kUpdates) {
-        if (update.field != field) continue;
+        if (update.field != field) {
+            continue;
+        }
         std::int64_t number = update.numeric ? std::stoll(value) : 0;
         const bool lock = field == DeviceField::Retries && number == 0;
         Statement statement(database, lock ? kLockPins : update.sql);

@@ -23,14 +23,19 @@ int takeFault(Database& database, const std::string& operation, int* code, bool*
     *fired = false;
     Statement query(database, "SELECT code, remaining FROM faults WHERE operation = ?");
     query.bind(1, operation);
-    if (!query.step()) return query.failed() ? kStoreWriteFailed : kOk;
+    if (!query.step()) {
+        return query.failed() ? kStoreWriteFailed : kOk;
+    }
     *code = static_cast<int>(query.integer(0));
     std::int64_t remaining = query.integer(1);
     *fired = true;
-    if (remaining == 0) return kOk;  // permanent until cleared
-    Statement use(database, remaining <= 1
-                                ? "DELETE FROM faults WHERE operation = ?"
-                                : "UPDATE faults SET remaining = remaining - 1 WHERE operation = ?");
+    if (remaining == 0) {
+        return kOk;  // permanent until cleared
+    }
+    Statement use(database,
+                  remaining <= 1
+                      ? "DELETE FROM faults WHERE operation = ?"
+                      : "UPDATE faults SET remaining = remaining - 1 WHERE operation = ?");
     use.bind(1, operation);
     return use.run() ? kOk : kStoreWriteFailed;
 }

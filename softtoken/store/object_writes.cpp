@@ -25,29 +25,41 @@ int reserveObjectId(Database& database, const std::string& deviceId, std::uint32
                      "(SELECT COUNT(*) FROM certificates WHERE device_id = ?1) "
                      "FROM devices WHERE device_id = ?1");
     device.bind(1, deviceId);
-    if (!device.step()) return device.failed() ? kStoreWriteFailed : kDeviceUnreachable;
-    if (device.integer(0) != 0) return kBlankDevice;
+    if (!device.step()) {
+        return device.failed() ? kStoreWriteFailed : kDeviceUnreachable;
+    }
+    if (device.integer(0) != 0) {
+        return kBlankDevice;
+    }
     std::int64_t capacity = device.integer(1);
     std::int64_t next = device.integer(2);
     std::int64_t count = device.integer(3);
     if (count >= capacity || count >= static_cast<std::int64_t>(kMaxObjectId)) {
         return kStorageFull;
     }
-    if (next < 1 || next > kMaxObjectId) next = 1;
+    if (next < 1 || next > kMaxObjectId) {
+        next = 1;
+    }
     std::int64_t candidate = next;
     while (idInUse(database, deviceId, candidate)) {
         candidate = candidate >= kMaxObjectId ? 1 : candidate + 1;
-        if (candidate == next) return kStorageFull;
+        if (candidate == next) {
+            return kStorageFull;
+        }
     }
     Statement bump(database, "UPDATE devices SET next_object_id = ? WHERE device_id = ?");
     bump.bind(1, candidate + 1).bind(2, deviceId);
-    if (!bump.run()) return kStoreWriteFailed;
+    if (!bump.run()) {
+        return kStoreWriteFailed;
+    }
     *id = static_cast<std::uint32_t>(candidate);
     return kOk;
 }
 
 int deletedOne(Database& database, Statement& statement) {
-    if (!statement.run()) return kStoreWriteFailed;
+    if (!statement.run()) {
+        return kStoreWriteFailed;
+    }
     return database.changes() > 0 ? kOk : kObjectNotFound;
 }
 
@@ -55,7 +67,9 @@ int deletedOne(Database& database, Statement& statement) {
 
 int insertKeyPair(Database& database, const std::string& deviceId, const NewKeyPair& pair,
                   std::uint32_t* id) {
-    if (int result = reserveObjectId(database, deviceId, id); result != kOk) return result;
+    if (int result = reserveObjectId(database, deviceId, id); result != kOk) {
+        return result;
+    }
     Statement insert(database,
                      "INSERT INTO key_pairs (device_id, id, reference, key_type, usage_flags, "
                      "alias, object_id, public_value, private_key) "
@@ -69,7 +83,9 @@ int insertKeyPair(Database& database, const std::string& deviceId, const NewKeyP
 
 int insertCertificate(Database& database, const std::string& deviceId,
                       const NewCertificate& certificate, std::uint32_t* id) {
-    if (int result = reserveObjectId(database, deviceId, id); result != kOk) return result;
+    if (int result = reserveObjectId(database, deviceId, id); result != kOk) {
+        return result;
+    }
     Statement insert(database,
                      "INSERT INTO certificates (device_id, id, reference, der, object_id, label) "
                      "VALUES (?, ?, ?, ?, ?, ?)");
@@ -84,14 +100,15 @@ int findCertificateByDer(Database& database, const std::string& deviceId, const 
     Statement query(database,
                     "SELECT id, reference FROM certificates WHERE device_id = ? AND der = ?");
     query.bind(1, deviceId).bind(2, der);
-    if (!query.step()) return query.failed() ? kStoreWriteFailed : kObjectNotFound;
+    if (!query.step()) {
+        return query.failed() ? kStoreWriteFailed : kObjectNotFound;
+    }
     *id = static_cast<std::uint32_t>(query.integer(0));
     *reference = query.blob(1);
     return kOk;
 }
 
-int deleteKeyPair(Database& database, const std::string& deviceId,
-                  const unsigned char* reference) {
+int deleteKeyPair(Database& database, const std::string& deviceId, const unsigned char* reference) {
     Statement remove(database, "DELETE FROM key_pairs WHERE device_id = ? AND reference = ?");
     remove.bind(1, deviceId).bind(2, reference, kObjectReferenceSize);
     return deletedOne(database, remove);

@@ -30,8 +30,12 @@ const PinColumns& columnsOf(PinKind kind) {
 int readLivePin(Database& database, const std::string& deviceId, PinKind kind, LivePin& pin) {
     Statement query(database, columnsOf(kind).select);
     query.bind(1, deviceId);
-    if (!query.step()) return query.failed() ? kStoreWriteFailed : kDeviceUnreachable;
-    if (query.integer(0) != 0) return kBlankDevice;
+    if (!query.step()) {
+        return query.failed() ? kStoreWriteFailed : kDeviceUnreachable;
+    }
+    if (query.integer(0) != 0) {
+        return kBlankDevice;
+    }
     pin.retriesMax = static_cast<int>(query.integer(1));
     pin.retriesLeft = static_cast<int>(query.integer(2));
     pin.record = {query.blob(3), static_cast<int>(query.integer(4)), query.blob(5)};
@@ -42,7 +46,9 @@ int readLivePin(Database& database, const std::string& deviceId, PinKind kind, L
 int setRetriesLeft(Database& database, const std::string& deviceId, PinKind kind, int left) {
     Statement update(database, columnsOf(kind).setLeft);
     update.bind(1, left).bind(2, deviceId);
-    if (!update.run()) return kStoreWriteFailed;
+    if (!update.run()) {
+        return kStoreWriteFailed;
+    }
     return database.changes() > 0 ? kOk : kDeviceUnreachable;
 }
 
@@ -54,7 +60,9 @@ int replaceUserPin(Database& database, const std::string& deviceId, const PinRec
                      "WHERE device_id = ? AND blank = 0");
     update.bind(1, pin.salt).bind(2, pin.iterations).bind(3, pin.verifier);
     update.bind(4, wrappedTokenKey).bind(5, deviceId);
-    if (!update.run()) return kStoreWriteFailed;
+    if (!update.run()) {
+        return kStoreWriteFailed;
+    }
     return database.changes() > 0 ? kOk : kDeviceUnreachable;
 }
 

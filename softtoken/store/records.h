@@ -21,7 +21,7 @@ struct PinRecord {
 };
 
 struct DeviceRecord {
-    std::string deviceId;        // the token's serial number, or a blank device's identifier
+    std::string deviceId;  // the token's serial number, or a blank device's identifier
     bool blank = false;
     std::int64_t plugOrder = 0;  // 0 while unplugged
     std::string label;
@@ -46,7 +46,7 @@ using CertificateList = std::vector<OstrelCertificate>;
 // reach the module without a copy.
 struct DeviceObjects {
     std::shared_ptr<const KeyPairList> keyPairs;          // ordered by id; never null
-    std::vector<Bytes> sealedPrivateKeys;                  // of keyPairs, in the same order
+    std::vector<Bytes> sealedPrivateKeys;                 // of keyPairs, in the same order
     std::shared_ptr<const CertificateList> certificates;  // ordered by id; never null
 };
 

@@ -74,18 +74,30 @@ INSERT OR IGNORE INTO counters (name, value) VALUES ('plug_sequence', 0);
 
 bool ensureSchema(Database& database) {
     WriteTransaction transaction(database);
-    if (!transaction.begun()) return false;
+    if (!transaction.begun()) {
+        return false;
+    }
     std::int64_t current = 0;
     {
         Statement version(database, "PRAGMA user_version");
-        if (!version.step()) return false;
+        if (!version.step()) {
+            return false;
+        }
         current = version.integer(0);
     }
-    if (current > kSchemaVersion) return false;
-    if (current == kSchemaVersion) return true;  // nothing to do; the rollback is harmless
-    if (!database.execute(kCreateTables)) return false;
+    if (current > kSchemaVersion) {
+        return false;
+    }
+    if (current == kSchemaVersion) {
+        return true;  // nothing to do; the rollback is harmless
+    }
+    if (!database.execute(kCreateTables)) {
+        return false;
+    }
     std::string setVersion = "PRAGMA user_version = " + std::to_string(kSchemaVersion);
-    if (!database.execute(setVersion.c_str())) return false;
+    if (!database.execute(setVersion.c_str())) {
+        return false;
+    }
     return transaction.commit();
 }
 

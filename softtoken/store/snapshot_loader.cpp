@@ -14,7 +14,9 @@ namespace {
 template <std::size_t N>
 std::int32_t copyBytes(unsigned char (&field)[N], const Bytes& value) {
     std::size_t size = std::min(N, value.size());
-    if (size != 0) std::memcpy(field, value.data(), size);
+    if (size != 0) {
+        std::memcpy(field, value.data(), size);
+    }
     return static_cast<std::int32_t>(size);
 }
 
@@ -49,16 +51,22 @@ bool loadDevices(Database& database, Snapshot& snapshot) {
         device.wrappedTokenKey = rows.blob(17);
         snapshot.devices.push_back(std::move(device));
     }
-    if (rows.failed()) return false;
+    if (rows.failed()) {
+        return false;
+    }
 
     std::vector<const DeviceRecord*> plugged;
     for (const DeviceRecord& device : snapshot.devices) {
-        if (device.plugged()) plugged.push_back(&device);
+        if (device.plugged()) {
+            plugged.push_back(&device);
+        }
     }
     std::sort(plugged.begin(), plugged.end(), [](const DeviceRecord* a, const DeviceRecord* b) {
         return a->plugOrder < b->plugOrder;
     });
-    for (const DeviceRecord* device : plugged) snapshot.pluggedInOrder.push_back(device->deviceId);
+    for (const DeviceRecord* device : plugged) {
+        snapshot.pluggedInOrder.push_back(device->deviceId);
+    }
     return true;
 }
 
@@ -110,8 +118,12 @@ bool loadCertificates(Database& database, std::map<std::string, LoadingObjects>&
 
 bool loadObjects(Database& database, Snapshot& snapshot) {
     std::map<std::string, LoadingObjects> loading;
-    for (const DeviceRecord& device : snapshot.devices) loading[device.deviceId];
-    if (!loadKeyPairs(database, loading) || !loadCertificates(database, loading)) return false;
+    for (const DeviceRecord& device : snapshot.devices) {
+        loading[device.deviceId];
+    }
+    if (!loadKeyPairs(database, loading) || !loadCertificates(database, loading)) {
+        return false;
+    }
     for (auto& [deviceId, objects] : loading) {
         DeviceObjects& frozen = snapshot.objects[deviceId];
         frozen.keyPairs = std::make_shared<const KeyPairList>(std::move(objects.keyPairs));
@@ -134,7 +146,9 @@ bool loadFaults(Database& database, Snapshot& snapshot) {
 }  // namespace
 
 std::shared_ptr<Snapshot> loadSnapshot(Database& database) {
-    if (!database.execute("BEGIN")) return nullptr;
+    if (!database.execute("BEGIN")) {
+        return nullptr;
+    }
     auto snapshot = std::make_shared<Snapshot>();
     bool loaded = loadDevices(database, *snapshot) && loadObjects(database, *snapshot) &&
                   loadFaults(database, *snapshot);
@@ -143,10 +157,9 @@ std::shared_ptr<Snapshot> loadSnapshot(Database& database) {
 }
 
 const DeviceRecord* Snapshot::findDevice(const std::string& deviceId) const {
-    auto found = std::lower_bound(devices.begin(), devices.end(), deviceId,
-                                  [](const DeviceRecord& device, const std::string& id) {
-                                      return device.deviceId < id;
-                                  });
+    auto found = std::lower_bound(
+        devices.begin(), devices.end(), deviceId,
+        [](const DeviceRecord& device, const std::string& id) { return device.deviceId < id; });
     return found != devices.end() && found->deviceId == deviceId ? &*found : nullptr;
 }
 
@@ -158,7 +171,9 @@ const DeviceObjects* Snapshot::objectsOf(const std::string& deviceId) const {
 KeyPairEntry Snapshot::findKeyPair(const std::string& deviceId,
                                    const unsigned char* keyReference) const {
     const DeviceObjects* device = objectsOf(deviceId);
-    if (device == nullptr || keyReference == nullptr) return {};
+    if (device == nullptr || keyReference == nullptr) {
+        return {};
+    }
     const KeyPairList& pairs = *device->keyPairs;
     for (std::size_t i = 0; i < pairs.size(); ++i) {
         if (std::memcmp(pairs[i].keyReference, keyReference, kObjectReferenceSize) == 0) {
@@ -171,7 +186,9 @@ KeyPairEntry Snapshot::findKeyPair(const std::string& deviceId,
 const OstrelCertificate* Snapshot::findCertificate(
     const std::string& deviceId, const unsigned char* certificateReference) const {
     const DeviceObjects* device = objectsOf(deviceId);
-    if (device == nullptr || certificateReference == nullptr) return nullptr;
+    if (device == nullptr || certificateReference == nullptr) {
+        return nullptr;
+    }
     for (const OstrelCertificate& certificate : *device->certificates) {
         if (std::memcmp(certificate.certificateReference, certificateReference,
                         kObjectReferenceSize) == 0) {

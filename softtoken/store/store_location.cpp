@@ -21,15 +21,21 @@ std::string environment(const char* name) {
 
 std::string homeFolder() {
     std::string home = environment("HOME");
-    if (!home.empty()) return home;
+    if (!home.empty()) {
+        return home;
+    }
     const passwd* entry = getpwuid(getuid());
     return entry != nullptr && entry->pw_dir != nullptr ? std::string(entry->pw_dir) : "";
 }
 
 bool makeFolders(const std::string& path) {
-    if (path.empty()) return false;
+    if (path.empty()) {
+        return false;
+    }
     struct stat info {};
-    if (stat(path.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
+    if (stat(path.c_str(), &info) == 0) {
+        return S_ISDIR(info.st_mode);
+    }
     std::string::size_type slash = path.find_last_of('/');
     if (slash != std::string::npos && slash > 0 && !makeFolders(path.substr(0, slash))) {
         return false;
@@ -41,18 +47,26 @@ bool makeFolders(const std::string& path) {
 
 std::string defaultStoreFolder() {
     std::string explicitFolder = environment("OSTREL_TOKEN_STORE");
-    if (!explicitFolder.empty()) return explicitFolder;
+    if (!explicitFolder.empty()) {
+        return explicitFolder;
+    }
     std::string dataHome = environment("XDG_DATA_HOME");
-    if (!dataHome.empty()) return dataHome + "/ostrel-token";
+    if (!dataHome.empty()) {
+        return dataHome + "/ostrel-token";
+    }
     std::string home = homeFolder();
     return home.empty() ? std::string() : home + "/.local/share/ostrel-token";
 }
 
 std::string prepareStoreFile(const std::string& folder) {
-    if (!makeFolders(folder)) return {};
+    if (!makeFolders(folder)) {
+        return {};
+    }
     std::string path = folder + "/tokens.db";
     struct stat info {};
-    if (stat(path.c_str(), &info) == 0) return path;
+    if (stat(path.c_str(), &info) == 0) {
+        return path;
+    }
     // Create the file ourselves so that it is private from the start; SQLite gives its -wal and
     // -shm companions the same mode as the database file. Only a file that did not exist is
     // opened and closed here: closing any descriptor of a file drops every POSIX lock this

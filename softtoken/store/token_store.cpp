@@ -32,16 +32,24 @@ TokenStore::~TokenStore() {
 
 int TokenStore::openLocked() {
     pid_t self = getpid();
-    if (database_ != nullptr && owner_ == self) return kOk;
+    if (database_ != nullptr && owner_ == self) {
+        return kOk;
+    }
     // A connection inherited through fork() belongs to the parent: leave it untouched.
     dropLocked(owner_ == self);
     std::string path = prepareStoreFile(folder_);
     // A store that cannot be opened cannot be read: to the caller its devices are unreachable.
-    if (path.empty()) return kDeviceUnreachable;
+    if (path.empty()) {
+        return kDeviceUnreachable;
+    }
     std::unique_ptr<Database> database = Database::open(path);
-    if (database == nullptr || !ensureSchema(*database)) return kDeviceUnreachable;
+    if (database == nullptr || !ensureSchema(*database)) {
+        return kDeviceUnreachable;
+    }
     auto query = std::make_unique<Statement>(*database, "PRAGMA data_version");
-    if (!query->valid()) return kDeviceUnreachable;
+    if (!query->valid()) {
+        return kDeviceUnreachable;
+    }
     database_ = std::move(database);
     dataVersionQuery_ = std::move(query);
     owner_ = self;
@@ -51,8 +59,8 @@ int TokenStore::openLocked() {
 void TokenStore::dropLocked(bool closeConnection) {
     if (!closeConnection && database_ != nullptr) {
         // Kept, never finalised nor closed, and still reachable (so leak checkers stay quiet).
-        static auto* inherited = new std::vector<std::pair<std::unique_ptr<Database>,
-                                                           std::unique_ptr<Statement>>>;
+        static auto* inherited =
+            new std::vector<std::pair<std::unique_ptr<Database>, std::unique_ptr<Statement>>>;
         inherited->emplace_back(std::move(database_), std::move(dataVersionQuery_));
     }
     dataVersionQuery_.reset();
@@ -69,15 +77,21 @@ void TokenStore::close() {
 int TokenStore::snapshot(SnapshotPtr& out) {
     std::lock_guard<std::mutex> lock(mutex_);
     int opened = openLocked();
-    if (opened != kOk) return opened;
+    if (opened != kOk) {
+        return opened;
+    }
     dataVersionQuery_->reset();
     std::int64_t dataVersion = dataVersionQuery_->step() ? dataVersionQuery_->integer(0) : -1;
     dataVersionQuery_->reset();
-    if (dataVersion < 0) return kDeviceUnreachable;
+    if (dataVersion < 0) {
+        return kDeviceUnreachable;
+    }
     if (snapshot_ == nullptr || dataVersion != snapshotDataVersion_ ||
         ownWrites_ != snapshotOwnWrites_) {
         std::shared_ptr<Snapshot> loaded = loadSnapshot(*database_);
-        if (loaded == nullptr) return kDeviceUnreachable;
+        if (loaded == nullptr) {
+            return kDeviceUnreachable;
+        }
         loaded->generation = nextGeneration.fetch_add(1);
         snapshot_ = std::move(loaded);
         snapshotDataVersion_ = dataVersion;
@@ -95,13 +109,23 @@ void TokenStore::setBeforeCommit(std::function<void()> hook) {
 int TokenStore::write(const std::function<int(Database&)>& change) {
     std::lock_guard<std::mutex> lock(mutex_);
     int opened = openLocked();
-    if (opened != kOk) return opened;
+    if (opened != kOk) {
+        return opened;
+    }
     WriteTransaction transaction(*database_);
-    if (!transaction.begun()) return kStoreWriteFailed;
+    if (!transaction.begun()) {
+        return kStoreWriteFailed;
+    }
     int result = change(*database_);
-    if (result != kOk) return result;
-    if (beforeCommit_) beforeCommit_();
-    if (!transaction.commit()) return kStoreWriteFailed;
+    if (result != kOk) {
+        return result;
+    }
+    if (beforeCommit_) {
+        beforeCommit_();
+    }
+    if (!transaction.commit()) {
+        return kStoreWriteFailed;
+    }
     ++ownWrites_;
     return kOk;
 }

@@ -13,9 +13,13 @@ namespace {
 constexpr std::size_t kMaxCachedKeys = 256;
 }  // namespace
 
-KeyObjects::KeyObjects() { guardAcrossFork(&mutex_); }
+KeyObjects::KeyObjects() {
+    guardAcrossFork(&mutex_);
+}
 
-KeyObjects::~KeyObjects() { stopGuardingAcrossFork(&mutex_); }
+KeyObjects::~KeyObjects() {
+    stopGuardingAcrossFork(&mutex_);
+}
 
 std::string privateKeyContext(const std::string& deviceId, const unsigned char* keyReference) {
     return "private-key:" + deviceId + ":" + toHex(keyReference, kObjectReferenceSize);
@@ -36,15 +40,18 @@ int KeyObjects::privateKey(const std::string& deviceId, const KeyPairEntry& pair
         }
     }
     SecretBytes der;
-    if (!unseal(tokenKey, sealed, privateKeyContext(deviceId, record.keyReference),
-                der)) {
+    if (!unseal(tokenKey, sealed, privateKeyContext(deviceId, record.keyReference), der)) {
         return kCryptoFailed;
     }
     PkeyPtr decoded = decodePrivateKey(der.data(), der.size());
-    if (decoded == nullptr) return kCryptoFailed;
+    if (decoded == nullptr) {
+        return kCryptoFailed;
+    }
     SharedPkey shared = share(std::move(decoded));
     std::lock_guard<std::mutex> lock(mutex_);
-    if (keys_.size() >= kMaxCachedKeys) keys_.clear();
+    if (keys_.size() >= kMaxCachedKeys) {
+        keys_.clear();
+    }
     keys_[name] = Entry{sealed, shared};
     key = std::move(shared);
     return kOk;

@@ -19,14 +19,18 @@ constexpr std::size_t kMaxCachedPins = 64;
 
 }  // namespace
 
-std::string tokenKeyContext(const std::string& deviceId) { return "token-key:" + deviceId; }
+std::string tokenKeyContext(const std::string& deviceId) {
+    return "token-key:" + deviceId;
+}
 
 PinChecker::PinChecker(TokenStore& store) : store_(store), processSecret_(32) {
     randomBytes(processSecret_.data(), processSecret_.size());
     guardAcrossFork(&mutex_);
 }
 
-PinChecker::~PinChecker() { stopGuardingAcrossFork(&mutex_); }
+PinChecker::~PinChecker() {
+    stopGuardingAcrossFork(&mutex_);
+}
 
 Bytes PinChecker::cacheKeyOf(const std::string& deviceId, const PinRecord& record, PinKind kind,
                              const std::string& pin) const {
@@ -56,14 +60,18 @@ Bytes PinChecker::cacheKeyOf(const std::string& deviceId, const PinRecord& recor
 bool PinChecker::cached(const Bytes& key, Unlocked& out) {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = cache_.find(key);
-    if (found == cache_.end()) return false;
+    if (found == cache_.end()) {
+        return false;
+    }
     out = found->second;
     return true;
 }
 
 void PinChecker::remember(const Bytes& key, const Unlocked& entry) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (cache_.size() >= kMaxCachedPins) cache_.clear();
+    if (cache_.size() >= kMaxCachedPins) {
+        cache_.clear();
+    }
     cache_[key] = entry;
 }
 
@@ -75,26 +83,41 @@ void PinChecker::clear() {
 int PinChecker::derive(const std::string& deviceId, const PinRecord& record, PinKind kind,
                        const std::string& pin, Bytes& cacheKey, Unlocked& unlocked, bool& hit) {
     cacheKey = cacheKeyOf(deviceId, record, kind, pin);
-    if (cacheKey.empty()) return kCryptoFailed;
+    if (cacheKey.empty()) {
+        return kCryptoFailed;
+    }
     hit = cached(cacheKey, unlocked);
-    if (hit) return kOk;
+    if (hit) {
+        return kOk;
+    }
     PinDerivation derived;
-    if (!derivePin(pin, record.salt, record.iterations, derived)) return kCryptoFailed;
+    if (!derivePin(pin, record.salt, record.iterations, derived)) {
+        return kCryptoFailed;
+    }
     unlocked = Unlocked{std::move(derived.verifier), std::move(derived.wrappingKey), {}};
     return kOk;
 }
 
 int PinChecker::check(const DeviceRecord& device, const std::string& pin, PinKind kind,
-                      int* retriesLeft, SecretBytes* tokenKey, const WriteOnSuccess* alsoOnSuccess) {
+                      int* retriesLeft, SecretBytes* tokenKey,
+                      const WriteOnSuccess* alsoOnSuccess) {
     const bool user = kind == PinKind::User;
     const std::string& deviceId = device.deviceId;
     const PinRecord& seen = user ? device.userPin : device.soPin;
     const int seenLeft = user ? device.retriesLeft : device.soRetriesLeft;
-    if (retriesLeft != nullptr) *retriesLeft = seenLeft;
+    if (retriesLeft != nullptr) {
+        *retriesLeft = seenLeft;
+    }
     // Refusals that take no try are answered from the snapshot.
-    if (!user && !seen.present()) return kNoSoPin;
-    if (seenLeft <= 0) return kPinLocked;
-    if (pin.empty()) return kPinRequired;
+    if (!user && !seen.present()) {
+        return kNoSoPin;
+    }
+    if (seenLeft <= 0) {
+        return kPinLocked;
+    }
+    if (pin.empty()) {
+        return kPinRequired;
+    }
 
     // The slow derivation runs before the transaction, from the snapshot's record, so that no
     // store lock is held while it computes.
@@ -115,11 +138,15 @@ int PinChecker::check(const DeviceRecord& device, const std::string& pin, PinKin
     int left = seenLeft;
     if (settledInSnapshot) {
         // The verifier matched, so a token key that does not unwrap is damaged in the store.
-        if (!unwrapTokenKey(device.wrappedTokenKey)) return kCryptoFailed;
+        if (!unwrapTokenKey(device.wrappedTokenKey)) {
+            return kCryptoFailed;
+        }
     } else {
         int result = store_.write([&](Database& database) {
             LivePin live;
-            if (int read = readLivePin(database, deviceId, kind, live); read != kOk) return read;
+            if (int read = readLivePin(database, deviceId, kind, live); read != kOk) {
+                return read;
+            }
             left = live.retriesLeft;
             if (!user && !live.record.present()) {
                 outcome = kNoSoPin;
@@ -143,7 +170,9 @@ int PinChecker::check(const DeviceRecord& device, const std::string& pin, PinKin
                 outcome = left == 0 ? kPinLocked : kPinIncorrect;
                 return setRetriesLeft(database, deviceId, kind, left);
             }
-            if (!unwrapTokenKey(live.wrappedTokenKey)) return kCryptoFailed;
+            if (!unwrapTokenKey(live.wrappedTokenKey)) {
+                return kCryptoFailed;
+            }
             if (live.retriesLeft != live.retriesMax) {
                 if (int set = setRetriesLeft(database, deviceId, kind, live.retriesMax);
                     set != kOk) {
@@ -153,13 +182,23 @@ int PinChecker::check(const DeviceRecord& device, const std::string& pin, PinKin
             left = live.retriesMax;
             return alsoOnSuccess != nullptr ? (*alsoOnSuccess)(database, unlocked.tokenKey) : kOk;
         });
-        if (result != kOk) return result;
+        if (result != kOk) {
+            return result;
+        }
     }
-    if (retriesLeft != nullptr) *retriesLeft = left;
-    if (outcome != kOk) return outcome;
+    if (retriesLeft != nullptr) {
+        *retriesLeft = left;
+    }
+    if (outcome != kOk) {
+        return outcome;
+    }
     // Entries are remembered only after a success, so a hit is already complete.
-    if (!hit) remember(key, unlocked);
-    if (tokenKey != nullptr) *tokenKey = unlocked.tokenKey;
+    if (!hit) {
+        remember(key, unlocked);
+    }
+    if (tokenKey != nullptr) {
+        *tokenKey = unlocked.tokenKey;
+    }
     return kOk;
 }
 

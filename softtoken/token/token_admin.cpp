@@ -10,8 +10,8 @@
 #include "crypto/pin_kdf.h"
 #include "crypto/sealing.h"
 #include "store/device_writes.h"
-#include "store/pin_writes.h"
 #include "store/object_writes.h"
+#include "store/pin_writes.h"
 #include "token/token_service.h"
 
 namespace softtoken {
@@ -34,7 +34,9 @@ bool requestAcceptable(const KeyPairRequest& request) {
 
 template <std::size_t N>
 void copyInto(unsigned char (&field)[N], const Bytes& value) {
-    if (!value.empty()) std::memcpy(field, value.data(), std::min(N, value.size()));
+    if (!value.empty()) {
+        std::memcpy(field, value.data(), std::min(N, value.size()));
+    }
 }
 
 OstrelKeyPair keyPairRecord(std::uint32_t id, const NewKeyPair& pair) {
@@ -69,10 +71,11 @@ int storeKeyPair(TokenService& service, const std::string& deviceId, const Secre
         return kCryptoFailed;
     }
     std::uint32_t id = 0;
-    int result = service.store().write([&](Database& database) {
-        return insertKeyPair(database, deviceId, pair, &id);
-    });
-    if (result == kOk && stored != nullptr) *stored = keyPairRecord(id, pair);
+    int result = service.store().write(
+        [&](Database& database) { return insertKeyPair(database, deviceId, pair, &id); });
+    if (result == kOk && stored != nullptr) {
+        *stored = keyPairRecord(id, pair);
+    }
     return result;
 }
 
@@ -81,22 +84,30 @@ int storeKeyPair(TokenService& service, const std::string& deviceId, const Secre
 int authorizeKeyPair(TokenService& service, const std::string& deviceId,
                      const unsigned char* keyReference, const std::string& pin,
                      SnapshotPtr& snapshot, KeyPairEntry* pair, SecretBytes* tokenKey) {
-    if (keyReference == nullptr) return kBadArgument;
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    if (keyReference == nullptr) {
+        return kBadArgument;
+    }
+    if (int result = service.snapshot(snapshot); result != kOk) {
+        return result;
+    }
     const DeviceRecord* device = nullptr;
     if (int result = TokenService::findToken(*snapshot, deviceId, true, &device); result != kOk) {
         return result;
     }
     *pair = snapshot->findKeyPair(deviceId, keyReference);
-    if (pair->record == nullptr) return kObjectNotFound;
+    if (pair->record == nullptr) {
+        return kObjectNotFound;
+    }
     return service.pins().check(*device, pin, PinKind::User, nullptr, tokenKey);
 }
 
 // A token that has room for one more object, unlocked with the user PIN: its token key.
-int unlockTokenWithRoom(TokenService& service, const std::string& deviceId,
-                        const std::string& pin, bool mustBePlugged, SecretBytes& tokenKey) {
+int unlockTokenWithRoom(TokenService& service, const std::string& deviceId, const std::string& pin,
+                        bool mustBePlugged, SecretBytes& tokenKey) {
     SnapshotPtr snapshot;
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    if (int result = service.snapshot(snapshot); result != kOk) {
+        return result;
+    }
     const DeviceRecord* device = nullptr;
     if (int result = TokenService::findToken(*snapshot, deviceId, mustBePlugged, &device);
         result != kOk) {
@@ -104,7 +115,9 @@ int unlockTokenWithRoom(TokenService& service, const std::string& deviceId,
     }
     // A caller without a PIN hears so (or that the PIN is locked) before the room is looked
     // at: the module reports a full token as full device memory, which would mislead.
-    if (pin.empty()) return service.pins().check(*device, pin, PinKind::User, nullptr, nullptr);
+    if (pin.empty()) {
+        return service.pins().check(*device, pin, PinKind::User, nullptr, nullptr);
+    }
     if (snapshot->objectCount(deviceId) >= static_cast<std::size_t>(device->capacity)) {
         return kStorageFull;
     }
@@ -122,8 +135,7 @@ bool serialAcceptable(const std::string& serial) {
 }
 
 int createToken(TokenService& service, const TokenSettings& settings) {
-    if (!serialAcceptable(settings.serial) ||
-        !textAcceptable(settings.label, kMaxTextLength) ||
+    if (!serialAcceptable(settings.serial) || !textAcceptable(settings.label, kMaxTextLength) ||
         !textAcceptable(settings.model, kMaxTextLength) ||
         !textAcceptable(settings.firmware, kMaxTextLength) || settings.retries < 1 ||
         settings.retries > kMaxRetries || settings.capacity < 0 ||
@@ -154,25 +166,32 @@ int createToken(TokenService& service, const TokenSettings& settings) {
         !makePinRecord(settings.soPin, kPinIterations, token.soPin, nullptr)) {
         return kCryptoFailed;
     }
-    return service.store().write(
-        [&](Database& database) { return insertToken(database, token); });
+    return service.store().write([&](Database& database) { return insertToken(database, token); });
 }
 
 int changeUserPin(TokenService& service, const std::string& deviceId, const std::string& oldPin,
                   const std::string& newPin, int* retriesLeft) {
     SnapshotPtr snapshot;
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    if (int result = service.snapshot(snapshot); result != kOk) {
+        return result;
+    }
     const DeviceRecord* device = nullptr;
     if (int result = TokenService::findToken(*snapshot, deviceId, true, &device); result != kOk) {
         return result;
     }
-    if (retriesLeft != nullptr) *retriesLeft = device->retriesLeft;
-    if (!pinLengthAcceptable(newPin)) return kPinLength;
+    if (retriesLeft != nullptr) {
+        *retriesLeft = device->retriesLeft;
+    }
+    if (!pinLengthAcceptable(newPin)) {
+        return kPinLength;
+    }
     // The new record is derived before the try, so the transaction that checks the old PIN
     // also stores the new one: no other check can come between the two.
     PinRecord pin;
     PinDerivation derived;
-    if (!makePinRecord(newPin, kPinIterations, pin, &derived)) return kCryptoFailed;
+    if (!makePinRecord(newPin, kPinIterations, pin, &derived)) {
+        return kCryptoFailed;
+    }
     const WriteOnSuccess replace = [&](Database& database, const SecretBytes& tokenKey) {
         Bytes wrapped;
         if (!seal(derived.wrappingKey, tokenKey.data(), tokenKey.size(), tokenKeyContext(deviceId),
@@ -186,8 +205,12 @@ int changeUserPin(TokenService& service, const std::string& deviceId, const std:
 
 int generateKeyPair(TokenService& service, const std::string& deviceId, const std::string& pin,
                     const KeyPairRequest& request, bool mustBePlugged, OstrelKeyPair* stored) {
-    if (request.type == nullptr) return kUnknownAlgorithm;
-    if (!requestAcceptable(request)) return kBadArgument;
+    if (request.type == nullptr) {
+        return kUnknownAlgorithm;
+    }
+    if (!requestAcceptable(request)) {
+        return kBadArgument;
+    }
     // Room is checked before the slow generation as well as when storing.
     SecretBytes tokenKey;
     if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
@@ -195,7 +218,9 @@ int generateKeyPair(TokenService& service, const std::string& deviceId, const st
         return result;
     }
     PkeyPtr key = generateKey(*request.type);
-    if (key == nullptr) return kCryptoFailed;
+    if (key == nullptr) {
+        return kCryptoFailed;
+    }
     return storeKeyPair(service, deviceId, tokenKey, key.get(), *request.type, request, stored);
 }
 
@@ -203,8 +228,12 @@ int importKeyPair(TokenService& service, const std::string& deviceId, const std:
                   EVP_PKEY* key, const KeyPairRequest& request, bool mustBePlugged,
                   OstrelKeyPair* stored) {
     const KeyTypeInfo* type = keyTypeOf(key);
-    if (type == nullptr) return kKeyCannotDoThis;
-    if (!requestAcceptable(request)) return kBadArgument;
+    if (type == nullptr) {
+        return kKeyCannotDoThis;
+    }
+    if (!requestAcceptable(request)) {
+        return kBadArgument;
+    }
     SecretBytes tokenKey;
     if (int result = unlockTokenWithRoom(service, deviceId, pin, mustBePlugged, tokenKey);
         result != kOk) {
@@ -221,20 +250,28 @@ int importCertificate(TokenService& service, const std::string& deviceId, const 
         objectId.size() > kObjectIdCapacity) {
         return kBadArgument;
     }
-    if (parseCertificate(der.data(), der.size()) == nullptr) return kUnparsable;
+    if (parseCertificate(der.data(), der.size()) == nullptr) {
+        return kUnparsable;
+    }
     SnapshotPtr snapshot;
     const DeviceRecord* device = nullptr;
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    if (int result = service.snapshot(snapshot); result != kOk) {
+        return result;
+    }
     if (int result = TokenService::findToken(*snapshot, deviceId, mustBePlugged, &device);
         result != kOk) {
         return result;
     }
     NewCertificate certificate{randomBytes(kObjectReferenceSize), der, objectId, label};
-    if (certificate.reference.empty()) return kCryptoFailed;
+    if (certificate.reference.empty()) {
+        return kCryptoFailed;
+    }
     std::uint32_t id = 0;
     int result = service.store().write([&](Database& database) {
         int found = findCertificateByDer(database, deviceId, der, &id, &certificate.reference);
-        if (found != kObjectNotFound) return found;
+        if (found != kObjectNotFound) {
+            return found;
+        }
         return insertCertificate(database, deviceId, certificate, &id);
     });
     if (result == kOk && stored != nullptr) {
@@ -254,8 +291,8 @@ int deleteKeyPair(TokenService& service, const std::string& deviceId,
                   const unsigned char* keyReference, const std::string& pin) {
     SnapshotPtr snapshot;
     KeyPairEntry pair;
-    if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
-                                      nullptr);
+    if (int result =
+            authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair, nullptr);
         result != kOk) {
         return result;
     }
@@ -268,7 +305,9 @@ int deleteCertificate(TokenService& service, const std::string& deviceId,
                       const unsigned char* certificateReference) {
     SnapshotPtr snapshot;
     const DeviceRecord* device = nullptr;
-    if (int result = service.snapshot(snapshot); result != kOk) return result;
+    if (int result = service.snapshot(snapshot); result != kOk) {
+        return result;
+    }
     if (int result = TokenService::findToken(*snapshot, deviceId, true, &device); result != kOk) {
         return result;
     }
@@ -286,8 +325,8 @@ int updateKeyPair(TokenService& service, const std::string& deviceId,
     }
     SnapshotPtr snapshot;
     KeyPairEntry pair;
-    if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
-                                      nullptr);
+    if (int result =
+            authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair, nullptr);
         result != kOk) {
         return result;
     }
@@ -302,13 +341,15 @@ int unlockPrivateKey(TokenService& service, const std::string& deviceId,
     SnapshotPtr snapshot;
     KeyPairEntry pair;
     SecretBytes tokenKey;
-    if (int result = authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair,
-                                      &tokenKey);
+    if (int result =
+            authorizeKeyPair(service, deviceId, keyReference, pin, snapshot, &pair, &tokenKey);
         result != kOk) {
         return result;
     }
     *type = keyTypeByCode(pair.record->keyType);
-    if (*type == nullptr) return kKeyCannotDoThis;
+    if (*type == nullptr) {
+        return kKeyCannotDoThis;
+    }
     return service.keys().privateKey(deviceId, pair, tokenKey, key);
 }
 

@@ -24,8 +24,8 @@ public:
 
     // The device that holds a usable token: kDeviceUnreachable when unknown (or unplugged, when
     // mustBePlugged), kBlankDevice when blank.
-    static int findToken(const Snapshot& snapshot, const std::string& deviceId,
-                         bool mustBePlugged, const DeviceRecord** device);
+    static int findToken(const Snapshot& snapshot, const std::string& deviceId, bool mustBePlugged,
+                         const DeviceRecord** device);
 
     // An injected failure for this operation: its code when one fired, else 0. Costs nothing
     // while no fault is set; firing one takes a use of it in the store, shared by processes.

@@ -50,14 +50,20 @@ bool parseArguments(const CommandSyntax& syntax, const std::vector<std::string>&
 }
 
 bool parseNumber(const std::string& text, long minimum, long maximum, long& value) {
-    if (text.empty() || text.size() > 18) return false;
+    if (text.empty() || text.size() > 18) {
+        return false;
+    }
     for (std::size_t i = 0; i < text.size(); ++i) {
         bool sign = i == 0 && text[i] == '-' && text.size() > 1;
-        if (!sign && (text[i] < '0' || text[i] > '9')) return false;
+        if (!sign && (text[i] < '0' || text[i] > '9')) {
+            return false;
+        }
     }
     errno = 0;
     long parsed = std::strtol(text.c_str(), nullptr, 10);
-    if (errno != 0 || parsed < minimum || parsed > maximum) return false;
+    if (errno != 0 || parsed < minimum || parsed > maximum) {
+        return false;
+    }
     value = parsed;
     return true;
 }

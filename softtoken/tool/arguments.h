@@ -21,7 +21,7 @@ constexpr int kExitUsage = 2;
 struct Arguments {
     std::vector<std::string> positional;
     std::map<std::string, std::string> options;  // "--label" -> value
-    std::set<std::string> flags;                  // "--clear"
+    std::set<std::string> flags;                 // "--clear"
 
     bool has(const std::string& option) const { return options.count(option) != 0; }
     std::string option(const std::string& name, const std::string& fallback = "") const;

@@ -14,11 +14,15 @@ namespace softtoken::tool {
 namespace {
 
 const CommandSyntax kFault{
-    "fault", "OPERATION CODE [--times N] | --clear [OPERATION] | --list",
+    "fault",
+    "OPERATION CODE [--times N] | --clear [OPERATION] | --list",
     "The next N calls (default 1; 0: every call until cleared) of the device operation "
     "OPERATION (its name without the ostrel_ prefix, such as signHash) fail with CODE, in "
     "whichever process makes them. --clear removes the faults, --list shows them.",
-    {"--times"}, {"--clear", "--list"}, 0, 2};
+    {"--times"},
+    {"--clear", "--list"},
+    0,
+    2};
 
 int runFault(ToolContext& context, const Arguments& arguments) {
     const auto& words = arguments.positional;
@@ -36,7 +40,9 @@ int runFault(ToolContext& context, const Arguments& arguments) {
         return kExitDone;
     }
     if (arguments.flags.count("--clear") != 0) {
-        if (words.size() > 1) return usageError(context, kFault, "--clear takes one operation");
+        if (words.size() > 1) {
+            return usageError(context, kFault, "--clear takes one operation");
+        }
         std::string operation = words.empty() ? "" : words[0];
         if (!operation.empty() && !isFaultableOperation(operation)) {
             return usageError(context, kFault, "unknown operation '" + operation + "'");
@@ -45,11 +51,13 @@ int runFault(ToolContext& context, const Arguments& arguments) {
             [&](Database& database) { return clearFaults(database, operation); });
         return result == kOk ? kExitDone : tokenError(context, kFault, result);
     }
-    if (words.size() != 2) return usageError(context, kFault, "give OPERATION and CODE");
+    if (words.size() != 2) {
+        return usageError(context, kFault, "give OPERATION and CODE");
+    }
     if (!isFaultableOperation(words[0])) {
-        return usageError(context, kFault,
-                          "unknown operation '" + words[0] + "'; known: " +
-                              faultableOperationNames());
+        return usageError(
+            context, kFault,
+            "unknown operation '" + words[0] + "'; known: " + faultableOperationNames());
     }
     long code = 0;
     long times = 1;

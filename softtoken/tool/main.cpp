@@ -21,12 +21,16 @@ namespace {
 // then waits there for ever. A test reads the byte and kills the tool at exactly that moment.
 void stopInsideWritesWhenAsked(TokenStore& store) {
     const char* value = secure_getenv("OSTREL_TOKEN_TEST_STOP_IN_WRITE");
-    if (value == nullptr || *value == '\0') return;
+    if (value == nullptr || *value == '\0') {
+        return;
+    }
     const int descriptor = std::atoi(value);
     store.setBeforeCommit([descriptor] {
         const char ready = 1;
         if (write(descriptor, &ready, 1) == 1) {
-            for (;;) pause();
+            for (;;) {
+                pause();
+            }
         }
     });
 }
@@ -34,7 +38,9 @@ void stopInsideWritesWhenAsked(TokenStore& store) {
 std::vector<const Command*> allCommands() {
     std::vector<const Command*> commands;
     for (const auto* group : {&tokenCommands(), &objectCommands(), &faultCommands()}) {
-        for (const Command& command : *group) commands.push_back(&command);
+        for (const Command& command : *group) {
+            commands.push_back(&command);
+        }
     }
     return commands;
 }
@@ -81,7 +87,9 @@ int main(int argc, char** argv) {
     }
     const Command* chosen = nullptr;
     for (const Command* command : allCommands()) {
-        if (name == command->syntax.name) chosen = command;
+        if (name == command->syntax.name) {
+            chosen = command;
+        }
     }
     if (chosen == nullptr) {
         std::cerr << "ostrel-token: unknown command '" << printable(name) << "'\n";
@@ -95,7 +103,9 @@ int main(int argc, char** argv) {
             return kExitDone;
         }
     }
-    if (folder.empty()) folder = defaultStoreFolder();
+    if (folder.empty()) {
+        folder = defaultStoreFolder();
+    }
     if (folder.empty()) {
         std::cerr << "ostrel-token: no store folder: give --store DIR or set OSTREL_TOKEN_STORE\n";
         return kExitUsage;

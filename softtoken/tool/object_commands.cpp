@@ -12,17 +12,29 @@ namespace softtoken::tool {
 namespace {
 
 const CommandSyntax kKeygen{
-    "keygen", "SERIAL --type TYPE --pin PIN [--label TEXT] [--id HEX] [--usage sign|decrypt|both]",
+    "keygen",
+    "SERIAL --type TYPE --pin PIN [--label TEXT] [--id HEX] [--usage sign|decrypt|both]",
     "Generates a key pair on the token. TYPE is one of rsa1024, rsa2048, rsa3072, rsa4096, p256, "
     "p384, p521. Usage defaults to sign for RSA and both for EC.",
-    {"--type", "--pin", "--label", "--id", "--usage"}, {}, 1, 1};
-const CommandSyntax kImportCert{"import-cert", "SERIAL FILE [--label TEXT] [--id HEX]",
-                              "Stores a certificate (PEM or DER) on the token.",
-                              {"--label", "--id"}, {}, 2, 2};
+    {"--type", "--pin", "--label", "--id", "--usage"},
+    {},
+    1,
+    1};
+const CommandSyntax kImportCert{"import-cert",
+                                "SERIAL FILE [--label TEXT] [--id HEX]",
+                                "Stores a certificate (PEM or DER) on the token.",
+                                {"--label", "--id"},
+                                {},
+                                2,
+                                2};
 const CommandSyntax kImportKey{
-    "import-key", "SERIAL FILE --pin PIN [--label TEXT] [--id HEX]",
+    "import-key",
+    "SERIAL FILE --pin PIN [--label TEXT] [--id HEX]",
     "Stores a private key (PKCS #8, PKCS #1 or SEC 1; PEM or DER) as a key pair on the token.",
-    {"--pin", "--label", "--id"}, {}, 2, 2};
+    {"--pin", "--label", "--id"},
+    {},
+    2,
+    2};
 
 // The label and CKA_ID options shared by the commands; false after reporting a usage error.
 bool readLabelAndId(ToolContext& context, const CommandSyntax& syntax, const Arguments& arguments,
@@ -53,9 +65,10 @@ int runKeygen(ToolContext& context, const Arguments& arguments) {
     if (request.type == nullptr) {
         return usageError(context, kKeygen, "--type takes one of " + keyTypeNames());
     }
-    if (!arguments.has("--pin")) return usageError(context, kKeygen, "--pin is required");
-    const std::string usage =
-        arguments.option("--usage", request.type->rsa ? "sign" : "both");
+    if (!arguments.has("--pin")) {
+        return usageError(context, kKeygen, "--pin is required");
+    }
+    const std::string usage = arguments.option("--usage", request.type->rsa ? "sign" : "both");
     if (usage == "sign") {
         request.usageFlags = kKeyUsageSign;
     } else if (usage == "decrypt") {
@@ -73,7 +86,9 @@ int runKeygen(ToolContext& context, const Arguments& arguments) {
     OstrelKeyPair stored;
     int result = generateKeyPair(context.service, arguments.positional[0],
                                  arguments.option("--pin"), request, false, &stored);
-    if (result != kOk) return tokenError(context, kKeygen, result);
+    if (result != kOk) {
+        return tokenError(context, kKeygen, result);
+    }
     reportKeyPair(context, stored);
     return kExitDone;
 }
@@ -91,17 +106,23 @@ int runImportCert(ToolContext& context, const Arguments& arguments) {
         return usageError(context, kImportCert, "cannot read " + arguments.positional[1]);
     }
     Bytes der = certificateToDer(contents);
-    if (der.empty()) return tokenError(context, kImportCert, kUnparsable);
+    if (der.empty()) {
+        return tokenError(context, kImportCert, kUnparsable);
+    }
     OstrelCertificate stored;
     int result =
         importCertificate(context.service, arguments.positional[0], der, label, id, false, &stored);
-    if (result != kOk) return tokenError(context, kImportCert, result);
+    if (result != kOk) {
+        return tokenError(context, kImportCert, result);
+    }
     context.out << "certificate " << stored.id << " stored\n";
     return kExitDone;
 }
 
 int runImportKey(ToolContext& context, const Arguments& arguments) {
-    if (!arguments.has("--pin")) return usageError(context, kImportKey, "--pin is required");
+    if (!arguments.has("--pin")) {
+        return usageError(context, kImportKey, "--pin is required");
+    }
     KeyPairRequest request;
     request.usageFlags = kKeyUsageSign | kKeyUsageDecrypt;
     int exitCode = kExitDone;
@@ -114,11 +135,15 @@ int runImportKey(ToolContext& context, const Arguments& arguments) {
         return usageError(context, kImportKey, "cannot read " + arguments.positional[1]);
     }
     PkeyPtr key = decodePrivateKey(contents.data(), contents.size());
-    if (key == nullptr) return tokenError(context, kImportKey, kUnparsable);
+    if (key == nullptr) {
+        return tokenError(context, kImportKey, kUnparsable);
+    }
     OstrelKeyPair stored;
     int result = importKeyPair(context.service, arguments.positional[0], arguments.option("--pin"),
                                key.get(), request, false, &stored);
-    if (result != kOk) return tokenError(context, kImportKey, result);
+    if (result != kOk) {
+        return tokenError(context, kImportKey, result);
+    }
     reportKeyPair(context, stored);
     return kExitDone;
 }

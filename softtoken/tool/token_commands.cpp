@@ -15,30 +15,42 @@ namespace softtoken::tool {
 namespace {
 
 const CommandSyntax kInit{
-    "init", "SERIAL --label TEXT --pin PIN [--so-pin PIN] [--model TEXT] [--firmware TEXT] "
-            "[--pin-changed 0|1] [--retries N] [--capacity N]",
+    "init",
+    "SERIAL --label TEXT --pin PIN [--so-pin PIN] [--model TEXT] [--firmware TEXT] "
+    "[--pin-changed 0|1] [--retries N] [--capacity N]",
     "Creates a token with this serial number and plugs it. Defaults: model SW1-SOFT, firmware "
     "2.1.0, pin-changed 1, retries 10, capacity 64.",
     {"--label", "--pin", "--so-pin", "--model", "--firmware", "--pin-changed", "--retries",
      "--capacity"},
-    {}, 1, 1};
-const CommandSyntax kInitBlank{"init-blank", "ID",
-                             "Plugs a device that holds no usable token (its serial is empty).",
-                             {}, {}, 1, 1};
-const CommandSyntax kList{"list", "", "Lists the devices: plugged ones in plug order, then the rest.",
-                        {}, {}, 0, 0};
-const CommandSyntax kShow{"show", "SERIAL", "Shows a token with its key pairs and certificates.",
-                        {}, {}, 1, 1};
-const CommandSyntax kPlug{"plug", "SERIAL", "Plugs a device in; it goes to the end of the plug order.",
-                        {}, {}, 1, 1};
+    {},
+    1,
+    1};
+const CommandSyntax kInitBlank{"init-blank",
+                               "ID",
+                               "Plugs a device that holds no usable token (its serial is empty).",
+                               {},
+                               {},
+                               1,
+                               1};
+const CommandSyntax kList{
+    "list", "", "Lists the devices: plugged ones in plug order, then the rest.", {}, {}, 0, 0};
+const CommandSyntax kShow{
+    "show", "SERIAL", "Shows a token with its key pairs and certificates.", {}, {}, 1, 1};
+const CommandSyntax kPlug{
+    "plug", "SERIAL", "Plugs a device in; it goes to the end of the plug order.", {}, {}, 1, 1};
 const CommandSyntax kUnplug{"unplug", "SERIAL", "Pulls a device out.", {}, {}, 1, 1};
-const CommandSyntax kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {}, 1, 1};
+const CommandSyntax kRemove{"remove", "SERIAL", "Deletes a device with all its objects.", {}, {},
+                            1,        1};
 const CommandSyntax kSet{
-    "set", "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
+    "set",
+    "SERIAL label|model|firmware|pin-changed|retries|capacity VALUE",
     "Changes one field of a token. retries N (1 to 1000) sets the maximum and both live counts, "
     "which also unlocks; retries 0 locks both PINs as running out of tries does and keeps the "
     "maximum.",
-    {}, {}, 3, 3};
+    {},
+    {},
+    3,
+    3};
 
 // Runs one change in the store and reports its failure.
 template <typename Change>
@@ -88,7 +100,9 @@ int runInit(ToolContext& context, const Arguments& arguments) {
                           "the serial must be 1 to 255 bytes without control characters, and "
                           "texts at most 255 bytes");
     }
-    if (result != kOk) return tokenError(context, kInit, result);
+    if (result != kOk) {
+        return tokenError(context, kInit, result);
+    }
     context.out << "token " << printable(settings.serial) << " created and plugged\n";
     return kExitDone;
 }
@@ -106,25 +120,31 @@ int runInitBlank(ToolContext& context, const Arguments& arguments) {
 // One line per device: stored texts are escaped, so a label holding a line feed and tabs cannot
 // forge another device's line.
 std::string deviceLine(const DeviceRecord& device) {
-    return printable(device.deviceId) + "\t" + (device.plugged() ? "plugged" : "unplugged") +
-           "\t" + (device.blank ? "blank" : "token") + "\t" + printable(device.label);
+    return printable(device.deviceId) + "\t" + (device.plugged() ? "plugged" : "unplugged") + "\t" +
+           (device.blank ? "blank" : "token") + "\t" + printable(device.label);
 }
 
 int runList(ToolContext& context, const Arguments&) {
     SnapshotPtr snapshot;
-    if (int failed = snapshotOrFail(context, kList, snapshot); failed != kExitDone) return failed;
+    if (int failed = snapshotOrFail(context, kList, snapshot); failed != kExitDone) {
+        return failed;
+    }
     for (const std::string& id : snapshot->pluggedInOrder) {
         context.out << deviceLine(*snapshot->findDevice(id)) << "\n";
     }
     for (const DeviceRecord& device : snapshot->devices) {
-        if (!device.plugged()) context.out << deviceLine(device) << "\n";
+        if (!device.plugged()) {
+            context.out << deviceLine(device) << "\n";
+        }
     }
     return kExitDone;
 }
 
 void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
     const DeviceObjects* objects = snapshot.objectsOf(id);
-    if (objects == nullptr) return;
+    if (objects == nullptr) {
+        return;
+    }
     for (const OstrelKeyPair& pair : *objects->keyPairs) {
         const KeyTypeInfo* type = keyTypeByCode(pair.keyType);
         out << "key pair " << pair.id << ": " << (type != nullptr ? type->name : "unknown")
@@ -137,12 +157,16 @@ void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string
 
 void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
     const DeviceObjects* objects = snapshot.objectsOf(id);
-    if (objects == nullptr) return;
+    if (objects == nullptr) {
+        return;
+    }
     for (const OstrelCertificate& certificate : *objects->certificates) {
         CertificateDetails details;
-        X509Ptr parsed = parseCertificate(certificate.der,
-                                          static_cast<std::size_t>(certificate.derLength));
-        if (parsed != nullptr) readCertificateDetails(parsed.get(), details);
+        X509Ptr parsed =
+            parseCertificate(certificate.der, static_cast<std::size_t>(certificate.derLength));
+        if (parsed != nullptr) {
+            readCertificateDetails(parsed.get(), details);
+        }
         out << "certificate " << certificate.id << ": subject=" << printable(details.subjectName)
             << " id="
             << toHex(certificate.objectId, static_cast<std::size_t>(certificate.objectIdLength))
@@ -152,10 +176,14 @@ void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::st
 
 int runShow(ToolContext& context, const Arguments& arguments) {
     SnapshotPtr snapshot;
-    if (int failed = snapshotOrFail(context, kShow, snapshot); failed != kExitDone) return failed;
+    if (int failed = snapshotOrFail(context, kShow, snapshot); failed != kExitDone) {
+        return failed;
+    }
     const std::string& id = arguments.positional[0];
     const DeviceRecord* device = snapshot->findDevice(id);
-    if (device == nullptr) return tokenError(context, kShow, kDeviceUnreachable);
+    if (device == nullptr) {
+        return tokenError(context, kShow, kDeviceUnreachable);
+    }
     std::ostream& out = context.out;
     out << "device: " << printable(device->deviceId) << "\n"
         << "state: " << (device->plugged() ? "plugged" : "unplugged") << "\n";
@@ -201,14 +229,16 @@ int runSet(ToolContext& context, const Arguments& arguments) {
         long minimum;
         long maximum;  // both 0: a text field
     } kFields[] = {
-        {"label", DeviceField::Label, 0, 0},       {"model", DeviceField::Model, 0, 0},
-        {"firmware", DeviceField::Firmware, 0, 0}, {"pin-changed", DeviceField::PinChanged, 0, 1},
+        {"label", DeviceField::Label, 0, 0},        {"model", DeviceField::Model, 0, 0},
+        {"firmware", DeviceField::Firmware, 0, 0},  {"pin-changed", DeviceField::PinChanged, 0, 1},
         {"retries", DeviceField::Retries, 0, 1000}, {"capacity", DeviceField::Capacity, 0, 4095},
     };
     const std::string& name = arguments.positional[1];
     const std::string& value = arguments.positional[2];
     for (const auto& entry : kFields) {
-        if (name != entry.name) continue;
+        if (name != entry.name) {
+            continue;
+        }
         long number = 0;
         if (entry.maximum == 0 && value.size() > kMaxTextLength) {
             return usageError(context, kSet, "texts are at most 255 bytes");

@@ -17,9 +17,10 @@
 //    * Values returned by value (device lists, TokenInfo, DER vectors, file lists) belong to the
 //      caller.
 //    * The lists returned by reference from ostrel_getKeyPairList and ostrel_getCertificateList
-//      belong to the library. Each calling thread has its own: the reference stays valid, and
-//      its contents unchanged, until the same thread calls the same operation again or the
-//      thread ends. The module copies what it keeps.
+//      belong to the library. The reference a thread gets stays valid, and its contents
+//      unchanged, until the same thread calls the same operation again or the thread ends,
+//      whatever other threads call meanwhile (threads may be handed the same immutable list).
+//      The module copies what it keeps.
 //    * The buffers that ostrel_decrypt and ostrel_ecdhDerive hand out through their output
 //      pointer belong to the library, one per calling thread and operation, valid until that
 //      thread's next call of the same operation. The caller copies and never frees them.

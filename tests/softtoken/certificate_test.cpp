@@ -1,11 +1,11 @@
 // Certificate parsing on certificates made by `openssl req`, the certificate folder reader, and
 // certificate storage on the token.
+#include <openssl/core_names.h>
+#include <openssl/pem.h>
+
 #include <cstring>
 #include <ctime>
 #include <regex>
-
-#include <openssl/core_names.h>
-#include <openssl/pem.h>
 
 #include "certificates/certificate_files.h"
 #include "common/token_error.h"
@@ -17,7 +17,9 @@ namespace softtoken::testing {
 namespace {
 
 std::string trimmed(std::string text) {
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+        text.pop_back();
+    }
     return text;
 }
 
@@ -55,8 +57,7 @@ protected:
         openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
                  "-keyout", dir + "/two.key", "-out", dir + "/two.pem", "-subj",
                  "/CN=Outer Name/O=Org/CN=Inner Name", "-multivalue-rdn"});
-        openssl({"x509", "-in", dir + "/leaf.pem", "-pubkey", "-noout", "-out",
-                 dir + "/leaf.pub"});
+        openssl({"x509", "-in", dir + "/leaf.pem", "-pubkey", "-noout", "-out", dir + "/leaf.pub"});
     }
     static void TearDownTestSuite() { delete folder_; }
 
@@ -66,8 +67,7 @@ protected:
     static CertificateDetails details(const Bytes& certificate) {
         CertificateDetails out;
         EXPECT_EQ(ostrel_getCertificateDetails(certificate.data(),
-                                               static_cast<int>(certificate.size()), out,
-                                               nullptr),
+                                               static_cast<int>(certificate.size()), out, nullptr),
                   0);
         return out;
     }
@@ -111,8 +111,7 @@ TEST_F(CertificateTest, TextFieldsMakeTheModulesLabelsAndCommonNames) {
     // The module's label of a certificate is detailText2 "_" detailText3.
     CertificateDetails leaf = details(der("leaf.pem"));
     EXPECT_EQ(leaf.subjectName, "O=Example Org,CN=Bob\\, the leaf");
-    EXPECT_EQ(leaf.subjectCommonName + "_" + leaf.issuerCommonName,
-              "Bob, the leaf_Jürgen Root CA");
+    EXPECT_EQ(leaf.subjectCommonName + "_" + leaf.issuerCommonName, "Bob, the leaf_Jürgen Root CA");
     // With two common names, the second field is the most specific one, the one the module's
     // expression finds first in the subject text.
     CertificateDetails two = details(der("two.pem"));
@@ -145,13 +144,13 @@ TEST_F(CertificateTest, CompressedPointIsReportedUncompressedAsKeyPairsHoldIt) {
     Bytes certificate = selfSignedCertificate(key.get(), "compressed", 1);
     Bytes compressed(33);
     std::size_t length = 0;
-    ASSERT_EQ(EVP_PKEY_get_octet_string_param(key.get(), OSSL_PKEY_PARAM_PUB_KEY,
-                                              compressed.data(), compressed.size(), &length),
+    ASSERT_EQ(EVP_PKEY_get_octet_string_param(key.get(), OSSL_PKEY_PARAM_PUB_KEY, compressed.data(),
+                                              compressed.size(), &length),
               1);
     ASSERT_EQ(length, 33u);  // the certificate really carries the compressed form
-    ASSERT_NE(std::search(certificate.begin(), certificate.end(), compressed.begin(),
-                          compressed.end()),
-              certificate.end());
+    ASSERT_NE(
+        std::search(certificate.begin(), certificate.end(), compressed.begin(), compressed.end()),
+        certificate.end());
 
     CertificateDetails read = details(certificate);
     ASSERT_EQ(read.publicKey.size(), 65u);
@@ -172,7 +171,8 @@ TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
     EXPECT_EQ(subject[0], 0x30);
     // Both names are in the DER as they are, and the leaf's issuer is the CA's subject.
     EXPECT_NE(std::search(leaf.begin(), leaf.end(), subject.begin(), subject.end()), leaf.end());
-    EXPECT_EQ(issuer, ostrel_getCertificateSubject(ca.data(), static_cast<int>(ca.size()), nullptr));
+    EXPECT_EQ(issuer,
+              ostrel_getCertificateSubject(ca.data(), static_cast<int>(ca.size()), nullptr));
     EXPECT_NE(subject, issuer);
     EXPECT_EQ(ostrel_getCertificateSerialDER(leaf.data(), leafSize, nullptr),
               (Bytes{0x02, 0x04, 0x00, 0xC0, 0xFF, 0xEE}));
@@ -203,18 +203,18 @@ TEST_F(CertificateTest, FolderReaderTakesExtensionsInOrderAndSkipsNonCertificate
     EXPECT_EQ(files[2].second, der("ca.pem"));
     EXPECT_EQ(files[3].first, "c-self.crt");
     EXPECT_EQ(files[3].second, der("rsa.pem"));
-    EXPECT_TRUE(ostrel_getFilesWithExtensionsAndConvertDER(ca.path() + "/none", {".pem"}, nullptr)
-                    .empty());
+    EXPECT_TRUE(
+        ostrel_getFilesWithExtensionsAndConvertDER(ca.path() + "/none", {".pem"}, nullptr).empty());
 }
 
 using CertificateStorageTest = TokenFixture;
 
 TEST_F(CertificateStorageTest, StoredCertificatesAreListedOnceWithTheirDetails) {
     TemporaryFolder work;
-    ProcessResult made = runProgram({OPENSSL_PROGRAM, "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                                     "ec_paramgen_curve:P-256", "-nodes", "-keyout",
-                                     work.path() + "/k.pem", "-out", work.path() + "/c.pem",
-                                     "-subj", "/CN=Stored"});
+    ProcessResult made =
+        runProgram({OPENSSL_PROGRAM, "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:P-256", "-nodes", "-keyout", work.path() + "/k.pem", "-out",
+                    work.path() + "/c.pem", "-subj", "/CN=Stored"});
     ASSERT_EQ(made.exitCode, 0) << made.output;
     Bytes der = certificateToDer(readFile(work.path() + "/c.pem"));
 

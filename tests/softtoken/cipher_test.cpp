@@ -13,10 +13,16 @@ using CipherTest = KeySuite;
 
 const Bytes kPlain = {'s', 'e', 'c', 'r', 'e', 't', ' ', 'v', 'a', 'l', 'u', 'e'};
 
-Bytes opensslEncrypt(EVP_PKEY* key, int padding, const Bytes& plain) {
+// OAEP takes oaepDigest for both its hash and MGF1 (OpenSSL's default is SHA-1).
+Bytes opensslEncrypt(EVP_PKEY* key, int padding, const Bytes& plain,
+                     const EVP_MD* oaepDigest = nullptr) {
     PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     EVP_PKEY_encrypt_init(context.get());
     EVP_PKEY_CTX_set_rsa_padding(context.get(), padding);
+    if (oaepDigest != nullptr) {
+        EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), oaepDigest);
+        EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), oaepDigest);
+    }
     std::size_t length = 0;
     EVP_PKEY_encrypt(context.get(), nullptr, &length, plain.data(), plain.size());
     Bytes out(length);
@@ -44,20 +50,21 @@ Bytes opensslDecrypt(EVP_PKEY* key, int padding, const Bytes& cipher) {
 int tokenEncrypt(int type, int padding, const Bytes& plain, const Bytes& key, Bytes& cipher) {
     unsigned char out[1024];
     int length = 0;
-    int result = ostrel_encrypt(static_cast<EncryptionType>(type),
-                                static_cast<PaddingMode>(padding), plain.data(),
-                                static_cast<int>(plain.size()), out, &length, key.data(),
-                                static_cast<int>(key.size()), KeySuite::instance());
+    int result =
+        ostrel_encrypt(static_cast<EncryptionType>(type), static_cast<PaddingMode>(padding),
+                       plain.data(), static_cast<int>(plain.size()), out, &length, key.data(),
+                       static_cast<int>(key.size()), KeySuite::instance());
     cipher.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
 
-int tokenDecrypt(const OstrelKeyPair& pair, const Bytes& cipher, Bytes& plain) {
+int tokenDecrypt(const OstrelKeyPair& pair, const Bytes& cipher, Bytes& plain,
+                 const char* pin = "24680") {
     unsigned char* out = nullptr;
     int length = 0;
-    int result = ostrel_decrypt("CRYPTO", pair.keyReference, "24680", cipher.data(),
-                                static_cast<int>(cipher.size()), &out, &length, false,
-                                KeySuite::instance());
+    int result =
+        ostrel_decrypt("CRYPTO", pair.keyReference, pin, cipher.data(),
+                       static_cast<int>(cipher.size()), &out, &length, false, KeySuite::instance());
     plain.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
@@ -66,30 +73,94 @@ TEST_F(CipherTest, TokenEncryptsForOpensslInBothPaddings) {
     PkeyPtr key = opensslKey("RSA", "2048");
     Bytes cipher;
     ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, kPlain,
-                           subjectPublicKeyInfo(key.get()), cipher), 0);
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     EXPECT_EQ(cipher.size(), 256u);
     EXPECT_EQ(opensslDecrypt(key.get(), RSA_PKCS1_PADDING, cipher), kPlain);
     ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain,
-                           subjectPublicKeyInfo(key.get()), cipher), 0);
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     EXPECT_EQ(opensslDecrypt(key.get(), RSA_PKCS1_OAEP_PADDING, cipher), kPlain);  // SHA-1
 }
 
 TEST_F(CipherTest, TokenDecryptsWhatOpensslEncryptedWhicheverPadding) {
     const OstrelKeyPair& rsa = pair(kKeyTypeRsa2048);
     PkeyPtr key = publicKeyFromRecord(rsa);
-    for (int padding : {RSA_PKCS1_PADDING, RSA_PKCS1_OAEP_PADDING}) {
+    const struct {
+        int padding;
+        const EVP_MD* oaepDigest;
+    } kPaddings[] = {{RSA_PKCS1_PADDING, nullptr},
+                     {RSA_PKCS1_OAEP_PADDING, EVP_sha1()},
+                     {RSA_PKCS1_OAEP_PADDING, EVP_sha256()}};
+    for (const auto& entry : kPaddings) {
         Bytes plain;
-        EXPECT_EQ(tokenDecrypt(rsa, opensslEncrypt(key.get(), padding, kPlain), plain), 0);
-        EXPECT_EQ(plain, kPlain);
+        Bytes cipher = opensslEncrypt(key.get(), entry.padding, kPlain, entry.oaepDigest);
+        ASSERT_EQ(tokenDecrypt(rsa, cipher, plain), 0) << entry.padding;
+        EXPECT_EQ(plain, kPlain) << entry.padding;
     }
+    // OAEP with SHA-384 is none of the three: refused rather than misread.
+    Bytes unknown;
+    EXPECT_EQ(
+        tokenDecrypt(rsa, opensslEncrypt(key.get(), RSA_PKCS1_OAEP_PADDING, kPlain, EVP_sha384()),
+                     unknown),
+        kDecryptFailed);
     Bytes cipher;
-    ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain, subjectPublicKeyInfo(key.get()),
-                           cipher), 0);
+    ASSERT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain,
+                           subjectPublicKeyInfo(key.get()), cipher),
+              0);
     Bytes plain;
     EXPECT_EQ(tokenDecrypt(rsa, cipher, plain), 0);
     EXPECT_EQ(plain, kPlain);
     EXPECT_EQ(tokenDecrypt(rsa, Bytes(256, 0x42), plain), kDecryptFailed);
+    EXPECT_EQ(tokenDecrypt(rsa, Bytes(255, 0x42), plain), kInputSize);
     EXPECT_EQ(tokenDecrypt(pair(kKeyTypeEcP256), cipher, plain), kKeyCannotDoThis);
+    EXPECT_EQ(tokenDecrypt(rsa, cipher, plain, ""), kPinRequired);
+    EXPECT_EQ(tokenDecrypt(rsa, cipher, plain, nullptr), kPinRequired);
+}
+
+Bytes component(EVP_PKEY* key, const char* name);
+
+// True when the raw RSA block also reads as PKCS #1 v1.5 encryption padding: 00 02, at least
+// eight non-zero bytes, then a zero.
+bool unpadsAsPkcs1(const Bytes& block) {
+    if (block.size() < 11 || block[0] != 0x00 || block[1] != 0x02) {
+        return false;
+    }
+    if (std::find(block.begin() + 2, block.begin() + 10, 0) != block.begin() + 10) {
+        return false;
+    }
+    return std::find(block.begin() + 10, block.end(), 0) != block.end();
+}
+
+TEST_F(CipherTest, OaepIsTriedBeforePkcs1WhenABlockUnpadsUnderBoth) {
+    // A key known to OpenSSL as well, so that the raw blocks can be looked at.
+    PkeyPtr original = opensslKey("RSA", "2048");
+    ImportPFXDetails details;
+    details.modulus = component(original.get(), OSSL_PKEY_PARAM_RSA_N);
+    details.privateExponent = component(original.get(), OSSL_PKEY_PARAM_RSA_D);
+    details.prime1 = component(original.get(), OSSL_PKEY_PARAM_RSA_FACTOR1);
+    details.keyKind = 2;
+    ASSERT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance()), 0);
+    OstrelKeyPair imported{};
+    std::copy(details.keyReference.begin(), details.keyReference.end(), imported.keyReference);
+
+    // About one OAEP block in four hundred also passes the PKCS #1 v1.5 checks; find one for
+    // each OAEP hash and make sure the token reads it as OAEP.
+    for (const EVP_MD* digest : {EVP_sha1(), EVP_sha256()}) {
+        Bytes cipher;
+        for (int attempt = 0; attempt < 20000; ++attempt) {
+            Bytes candidate =
+                opensslEncrypt(original.get(), RSA_PKCS1_OAEP_PADDING, kPlain, digest);
+            if (unpadsAsPkcs1(opensslDecrypt(original.get(), RSA_NO_PADDING, candidate))) {
+                cipher = std::move(candidate);
+                break;
+            }
+        }
+        ASSERT_FALSE(cipher.empty()) << EVP_MD_get0_name(digest);
+        Bytes plain;
+        ASSERT_EQ(tokenDecrypt(imported, cipher, plain), 0);
+        EXPECT_EQ(plain, kPlain) << EVP_MD_get0_name(digest);
+    }
 }
 
 TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
@@ -99,7 +170,8 @@ TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(246, 1), spki, cipher),
               kInputSize);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingPkcs1, Bytes(245, 1), spki, cipher), 0);
-    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher), kKeyCannotDoThis);
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa3072, kPaddingPkcs1, kPlain, spki, cipher),
+              kKeyCannotDoThis);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kUnknownAlgorithm);
     EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kUnknownAlgorithm);
 }
@@ -113,12 +185,13 @@ Bytes encodedPoint(EVP_PKEY* key) {
     return point;
 }
 
-int tokenDerive(const OstrelKeyPair& pair, const Bytes& peer, Bytes& secret) {
+int tokenDerive(const OstrelKeyPair& pair, const Bytes& peer, Bytes& secret,
+                const char* pin = "24680") {
     unsigned char* out = nullptr;
     int length = 0;
-    int result = ostrel_ecdhDerive("CRYPTO", pair.keyReference, "24680", peer.data(),
-                                   static_cast<int>(peer.size()), &out, &length,
-                                   KeySuite::instance());
+    int result =
+        ostrel_ecdhDerive("CRYPTO", pair.keyReference, pin, peer.data(),
+                          static_cast<int>(peer.size()), &out, &length, KeySuite::instance());
     secret.assign(out, out + (result == 0 ? length : 0));
     return result;
 }
@@ -144,7 +217,9 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
         ASSERT_EQ(tokenDerive(pair(curve.type), point, secret), 0) << curve.curve;
         EXPECT_EQ(secret, expected) << curve.curve;
         Bytes wrapped = {0x04, static_cast<unsigned char>(point.size())};
-        if (point.size() >= 128) wrapped = {0x04, 0x81, static_cast<unsigned char>(point.size())};
+        if (point.size() >= 128) {
+            wrapped = {0x04, 0x81, static_cast<unsigned char>(point.size())};
+        }
         wrapped.insert(wrapped.end(), point.begin(), point.end());
         ASSERT_EQ(tokenDerive(pair(curve.type), wrapped, secret), 0) << curve.curve;
         EXPECT_EQ(secret, expected) << curve.curve;
@@ -154,6 +229,15 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
     offCurve[0] = 0x04;
     EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), offCurve, secret), kBadArgument);
     EXPECT_EQ(tokenDerive(pair(kKeyTypeRsa2048), offCurve, secret), kKeyCannotDoThis);
+    // A point of another curve, and a compressed point, are no P-256 peer.
+    PkeyPtr other = opensslKey("EC", "P-384");
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), encodedPoint(other.get()), secret), kBadArgument);
+    Bytes compressed = encodedPoint(opensslKey("EC", "P-256").get());
+    compressed.resize(33);
+    compressed[0] = 0x02;
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), compressed, secret), kBadArgument);
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), encodedPoint(other.get()), secret, ""),
+              kPinRequired);
 }
 
 TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
@@ -168,8 +252,9 @@ TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
         ASSERT_EQ(ostrel_initHash(kSerial, entry.code, &context, instance()), 0);
         const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
         EXPECT_EQ(ostrel_updateHash(context, bytes, 5, instance()), 0);
-        EXPECT_EQ(ostrel_updateHash(context, bytes + 5, static_cast<int>(data.size()) - 5,
-                                    instance()), 0);
+        EXPECT_EQ(
+            ostrel_updateHash(context, bytes + 5, static_cast<int>(data.size()) - 5, instance()),
+            0);
         unsigned char digest[64];
         int length = 0;
         ASSERT_EQ(ostrel_finalHash(context, digest, &length, instance()), 0);
@@ -179,7 +264,16 @@ TEST_F(CipherTest, HashContextsMatchOpensslAndEndOnce) {
     }
     HashContext context = nullptr;
     EXPECT_EQ(ostrel_initHash(kSerial, 7, &context, instance()), kUnknownAlgorithm);
+    EXPECT_EQ(ostrel_initHash(kSerial, 0, &context, instance()), kUnknownAlgorithm);
+    EXPECT_EQ(ostrel_initHash("NOSUCH", 3, &context, instance()), kDeviceUnreachable);
     EXPECT_EQ(ostrel_updateHash(nullptr, nullptr, 0, instance()), kBadHashContext);
+    // A signature's final step right after its init hands a null context.
+    unsigned char none[64];
+    int noneLength = 64;
+    EXPECT_EQ(ostrel_finalHash(nullptr, none, &noneLength, instance()), kBadHashContext);
+    int unknownContext = 0;
+    EXPECT_EQ(ostrel_updateHash(&unknownContext, none, 1, instance()), kBadHashContext);
+    EXPECT_EQ(ostrel_finalHash(&unknownContext, none, &noneLength, instance()), kBadHashContext);
     // A context left open is released with its instance.
     DeviceInstance other = nullptr;
     ostrel_createInstance(&other);
@@ -198,6 +292,22 @@ TEST_F(CipherTest, RandomBytesFillTheWholeBuffer) {
     EXPECT_NE(first, second);
     EXPECT_NE(std::count(first.begin(), first.end(), 0), 48);
     EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 0, first.data(), true, nullptr), kBadArgument);
+    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, -1, first.data(), true, nullptr), kBadArgument);
+    EXPECT_EQ(ostrel_generateRamdomNumber(kSerial, 8, nullptr, true, nullptr), kBadArgument);
+    EXPECT_EQ(ostrel_generateRamdomNumber("NOSUCH", 8, first.data(), true, nullptr),
+              kDeviceUnreachable);
+
+    // A long request is served in parts: every part of the buffer is filled, the last one
+    // (shorter than a part) included, and nothing past the length asked for is touched.
+    constexpr int kLong = 3 * 65536 + 1000;
+    Bytes large(kLong + 16, 0);
+    ASSERT_EQ(ostrel_generateRamdomNumber(kSerial, kLong, large.data(), true, nullptr), 0);
+    for (int start = 0; start < kLong; start += 1000) {
+        const int end = std::min(start + 1000, kLong);
+        EXPECT_NE(std::count(large.begin() + start, large.begin() + end, 0), end - start)
+            << "bytes " << start << " to " << end << " were left as they were";
+    }
+    EXPECT_EQ(std::count(large.begin() + kLong, large.end(), 0), 16);
 }
 
 Bytes component(EVP_PKEY* key, const char* name) {
@@ -235,8 +345,8 @@ TEST_F(CipherTest, ImportedRsaComponentsMakeAWorkingKeyPair) {
     EXPECT_STREQ(stored->alias, "imported");
     OstrelKeyPair copy = *stored;
     Bytes plain;
-    EXPECT_EQ(tokenDecrypt(copy, opensslEncrypt(original.get(), RSA_PKCS1_PADDING, kPlain),
-                           plain), 0);
+    EXPECT_EQ(tokenDecrypt(copy, opensslEncrypt(original.get(), RSA_PKCS1_PADDING, kPlain), plain),
+              0);
     EXPECT_EQ(plain, kPlain);
 
     details.prime1.back() ^= 2;  // no longer a factor of the modulus

@@ -41,9 +41,9 @@ void KeySuite::TearDownTestSuite() {
 Bytes KeySuite::sign(const OstrelKeyPair& pair, const Bytes& input, bool pss, int* result) {
     unsigned char signature[1024];
     int length = sizeof signature;
-    int answer = ostrel_signHash(kSerial, pair.keyReference, kPin, input.data(),
-                                 static_cast<int>(input.size()), signature, &length, false,
-                                 instance_, pss);
+    int answer =
+        ostrel_signHash(kSerial, pair.keyReference, kPin, input.data(),
+                        static_cast<int>(input.size()), signature, &length, false, instance_, pss);
     if (result != nullptr) {
         *result = answer;
     } else {

@@ -22,7 +22,9 @@ Bytes bytesOf(const unsigned char* data, std::int32_t length) {
     return Bytes(data, data + std::max<std::int32_t>(length, 0));
 }
 
-PkeyPtr ecKey() { return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")); }
+PkeyPtr ecKey() {
+    return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+}
 
 // An RSA key with the public exponent given, and the three components importPfx takes.
 ImportPFXDetails rsaComponents(unsigned int exponent) {
@@ -59,6 +61,7 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     const std::vector<OstrelKeyPair>* first = &ostrel_getKeyPairList(kSerial, instance_);
     ASSERT_EQ(first->size(), 2u);
     const OstrelKeyPair* firstData = first->data();
+    const std::uint32_t firstId = firstData->id;
     // Nothing changed: the very same list comes back, also after a look at another token.
     EXPECT_EQ(&ostrel_getKeyPairList(kSerial, instance_), first);
     EXPECT_EQ(ostrel_getKeyPairList("OTHER", instance_).size(), 1u);
@@ -76,8 +79,8 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     std::condition_variable signal;
     std::thread holder([&] {
         const std::vector<OstrelKeyPair>& held = ostrel_getKeyPairList(kSerial, instance_);
-        heldBefore = held.size();
         std::unique_lock<std::mutex> lock(mutex);
+        heldBefore = held.size();
         signal.notify_all();
         signal.wait(lock, [&] { return changed; });
         heldAfterChange = held.size();
@@ -98,7 +101,7 @@ TEST_F(ObjectStoreTest, ListsAreHandedOutWithoutCopiesAndStayValidForTheirThread
     holder.join();
     EXPECT_EQ(heldBefore, 2u);
     EXPECT_EQ(heldAfterChange, 2u);
-    EXPECT_EQ(heldFirstId, firstData->id);
+    EXPECT_EQ(heldFirstId, firstId);
     EXPECT_EQ(askedAgain, 3u);
 
     // Unknown, unplugged and blank devices have empty lists.
@@ -165,11 +168,10 @@ TEST_F(ObjectStoreTest, EmptyPinMayStoreCertificatesButChangesNoKeyPair) {
     EXPECT_NE(certificate.id, 0u);
 
     const unsigned char id[] = {7};
-    EXPECT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, "", "renamed", id, 1,
-                                          instance_),
-              kPinRequired);
-    EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, "", false, instance_),
-              kPinRequired);
+    EXPECT_EQ(
+        ostrel_updateKeyPairDetails(kSerial, pair.keyReference, "", "renamed", id, 1, instance_),
+        kPinRequired);
+    EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, "", false, instance_), kPinRequired);
     EXPECT_EQ(ostrel_deleteKeyPair(kSerial, pair.keyReference, nullptr, false, instance_),
               kPinRequired);
     ImportPFXDetails details = rsaComponents(RSA_F4);
@@ -198,12 +200,12 @@ TEST_F(ObjectStoreTest, RenamingLeavesWhatIsNotGiven) {
               0);
     EXPECT_STREQ(stored().alias, "original");
     EXPECT_EQ(bytesOf(stored().objectId, stored().objectIdLength), (Bytes{0xA1, 0xA2}));
-    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, "renamed", nullptr,
-                                          5, instance_),
-              0);
-    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, nullptr, id, 0,
+    ASSERT_EQ(ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, "renamed", nullptr, 5,
                                           instance_),
               0);
+    ASSERT_EQ(
+        ostrel_updateKeyPairDetails(kSerial, pair.keyReference, kPin, nullptr, id, 0, instance_),
+        0);
     EXPECT_STREQ(stored().alias, "renamed");
     EXPECT_EQ(bytesOf(stored().objectId, stored().objectIdLength), (Bytes{0xA1, 0xA2}));
     EXPECT_EQ(stored().usageFlags, kKeyUsageSign);
@@ -274,8 +276,8 @@ TEST_F(ObjectStoreTest, ImportedRsaKeyKeepsLabelAndIdAndNeedsExponent65537) {
     ASSERT_EQ(ostrel_importPfx(kSerial, kPin, &details, instance_), 0);
     ASSERT_EQ(details.keyReference.size(), kObjectReferenceSize);
     const OstrelKeyPair& stored = ostrel_getKeyPairList(kSerial, instance_).at(0);
-    EXPECT_TRUE(std::equal(details.keyReference.begin(), details.keyReference.end(),
-                           stored.keyReference));
+    EXPECT_TRUE(
+        std::equal(details.keyReference.begin(), details.keyReference.end(), stored.keyReference));
     EXPECT_EQ(std::string(stored.alias), std::string(kAliasCapacity - 1, 'L'));
     EXPECT_EQ(bytesOf(stored.objectId, stored.objectIdLength), details.objectId);
     EXPECT_EQ(stored.usageFlags, kKeyUsageSign | kKeyUsageDecrypt);

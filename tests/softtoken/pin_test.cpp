@@ -77,14 +77,14 @@ TEST_F(PinTest, CachedDerivationNeverAcceptsAnotherPin) {
 TEST_F(PinTest, PinChangeKeepsTheKeysUsableUnderTheNewPin) {
     OstrelKeyPair pair = generate(kKeyTypeEcP256);
     int failures = -1;
-    EXPECT_FALSE(ostrel_changeUserPassword(kSerial, "0000", "5678", &failures, false, false,
-                                           instance_));
+    EXPECT_FALSE(
+        ostrel_changeUserPassword(kSerial, "0000", "5678", &failures, false, false, instance_));
     EXPECT_EQ(failures, 9);
     EXPECT_FALSE(ostrel_changeUserPassword(kSerial, kPin, "567", &failures, false, false,
                                            instance_));  // too short: no try spent
     EXPECT_EQ(failures, 9);
-    ASSERT_TRUE(ostrel_changeUserPassword(kSerial, kPin, "5678", &failures, false, false,
-                                          instance_));
+    ASSERT_TRUE(
+        ostrel_changeUserPassword(kSerial, kPin, "5678", &failures, false, false, instance_));
     TokenInfo info = ostrel_getTokenInfo(kSerial, instance_);
     EXPECT_EQ(info.userPinChanged, 1);
     EXPECT_EQ(info.pinRetryCount, 10);
@@ -124,7 +124,9 @@ void guessUntilLocked(DeviceInstance instance, const char* serial, int threads, 
     std::vector<std::thread> guessers;
     for (int t = 0; t < threads; ++t) {
         guessers.emplace_back([&, t] {
-            while (!go.load()) std::this_thread::yield();
+            while (!go.load()) {
+                std::this_thread::yield();
+            }
             for (int attempt = 0; attempt < 30; ++attempt) {
                 const std::string pin = "9" + std::to_string(tag * 1000 + t * 30 + attempt);
                 int retries = -1;
@@ -135,11 +137,15 @@ void guessUntilLocked(DeviceInstance instance, const char* serial, int threads, 
                 } else if (result != kPinLocked || retries != 0) {
                     seen.unexpected = true;
                 }
-                if (result != kPinIncorrect) return;
+                if (result != kPinIncorrect) {
+                    return;
+                }
             }
         });
     }
-    for (std::thread& guesser : guessers) guesser.join();
+    for (std::thread& guesser : guessers) {
+        guesser.join();
+    }
 }
 
 TEST_F(PinTest, ParallelGuessesFromThreadsAndProcessesNeverGetMoreTriesThanTheCount) {
@@ -164,13 +170,17 @@ TEST_F(PinTest, ParallelGuessesFromThreadsAndProcessesNeverGetMoreTriesThanTheCo
             DeviceInstance own = nullptr;
             ostrel_createInstance(&own);
             char byte = 0;
-            if (own == nullptr || read(start[0], &byte, 1) != 1) _exit(2);
+            if (own == nullptr || read(start[0], &byte, 1) != 1) {
+                _exit(2);
+            }
             std::atomic<bool> go{true};
             Guesses seen;
             guessUntilLocked(own, "RACE", 4, child + 1, go, seen);
             for (int count : seen.countsAfterWrong) {
                 const auto value = static_cast<unsigned char>(count);
-                if (write(report[1], &value, 1) != 1) _exit(2);
+                if (write(report[1], &value, 1) != 1) {
+                    _exit(2);
+                }
             }
             ostrel_releaseInstance(own);
             _exit(seen.unexpected ? 1 : 0);
@@ -189,7 +199,9 @@ TEST_F(PinTest, ParallelGuessesFromThreadsAndProcessesNeverGetMoreTriesThanTheCo
     parent.join();
     close(start[1]);
     unsigned char value = 0;
-    while (read(report[0], &value, 1) == 1) seen.countsAfterWrong.push_back(value);
+    while (read(report[0], &value, 1) == 1) {
+        seen.countsAfterWrong.push_back(value);
+    }
     close(report[0]);
     for (pid_t child : children) {
         int status = 0;
@@ -202,7 +214,9 @@ TEST_F(PinTest, ParallelGuessesFromThreadsAndProcessesNeverGetMoreTriesThanTheCo
     EXPECT_FALSE(seen.unexpected);
     std::sort(seen.countsAfterWrong.begin(), seen.countsAfterWrong.end());
     std::vector<int> expected;
-    for (int count = 1; count < kMax; ++count) expected.push_back(count);
+    for (int count = 1; count < kMax; ++count) {
+        expected.push_back(count);
+    }
     EXPECT_EQ(seen.countsAfterWrong, expected);
     EXPECT_EQ(ostrel_getTokenInfo("RACE", instance_).pinRetryCount, 0);
 
@@ -248,8 +262,8 @@ TEST_F(PinTest, UnreachableDeviceAnswers48AndReportsNoCount) {
     EXPECT_EQ(validate(instance_, kPin, &retries, 1, "NOSUCH"), kDeviceUnreachable);
     EXPECT_EQ(retries, 1234);
     int failures = 1234;
-    EXPECT_FALSE(ostrel_changeUserPassword(kSerial, kPin, "5678", &failures, false, false,
-                                           instance_));
+    EXPECT_FALSE(
+        ostrel_changeUserPassword(kSerial, kPin, "5678", &failures, false, false, instance_));
     EXPECT_EQ(failures, 1234);
     ASSERT_EQ(tool({"plug", kSerial}).exitCode, 0);
     EXPECT_EQ(validate(instance_, kPin, &retries), 0);

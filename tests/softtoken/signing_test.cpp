@@ -16,7 +16,9 @@ bool opensslVerifies(EVP_PKEY* key, const EVP_MD* digest, const Bytes& signature
                      int saltLength = 0) {
     MdCtxPtr context(EVP_MD_CTX_new());
     EVP_PKEY_CTX* keyContext = nullptr;
-    if (EVP_DigestVerifyInit(context.get(), &keyContext, digest, nullptr, key) != 1) return false;
+    if (EVP_DigestVerifyInit(context.get(), &keyContext, digest, nullptr, key) != 1) {
+        return false;
+    }
     if (padding != 0) {
         EVP_PKEY_CTX_set_rsa_padding(keyContext, padding);
         if (padding == RSA_PKCS1_PSS_PADDING) {
@@ -108,10 +110,10 @@ TEST_F(SigningTest, OpensslProgramAcceptsTheTokensEcdsaSignature) {
     writeFile(work.path() + "/hash.bin", digest);
     writeFile(work.path() + "/sig.der", toDerSignature(sign(ec, digest, false)));
     writeFile(work.path() + "/key.der", subjectPublicKeyInfo(publicKeyFromRecord(ec).get()));
-    ProcessResult verify = runProgram({OPENSSL_PROGRAM, "pkeyutl", "-verify", "-pubin",
-                                       "-keyform", "DER", "-inkey", work.path() + "/key.der",
-                                       "-in", work.path() + "/hash.bin", "-sigfile",
-                                       work.path() + "/sig.der"});
+    ProcessResult verify =
+        runProgram({OPENSSL_PROGRAM, "pkeyutl", "-verify", "-pubin", "-keyform", "DER", "-inkey",
+                    work.path() + "/key.der", "-in", work.path() + "/hash.bin", "-sigfile",
+                    work.path() + "/sig.der"});
     EXPECT_EQ(verify.exitCode, 0) << verify.output;
     EXPECT_NE(verify.output.find("Signature Verified Successfully"), std::string::npos);
 }
@@ -119,11 +121,10 @@ TEST_F(SigningTest, OpensslProgramAcceptsTheTokensEcdsaSignature) {
 // Signs with OpenSSL and asks the token to verify.
 int tokenVerifies(unsigned int keyType, const Bytes& digest, const Bytes& publicKey,
                   const Bytes& signature, bool pss) {
-    return ostrel_verifySignatureHash(keyType, "CRYPTO", digest.data(),
-                                      static_cast<int>(digest.size()), publicKey.data(),
-                                      static_cast<int>(publicKey.size()), signature.data(),
-                                      static_cast<int>(signature.size()), KeySuite::instance(),
-                                      pss);
+    return ostrel_verifySignatureHash(
+        keyType, "CRYPTO", digest.data(), static_cast<int>(digest.size()), publicKey.data(),
+        static_cast<int>(publicKey.size()), signature.data(), static_cast<int>(signature.size()),
+        KeySuite::instance(), pss);
 }
 
 Bytes opensslSign(EVP_PKEY* key, const Bytes& digest, int padding) {
@@ -152,8 +153,8 @@ TEST_F(SigningTest, VerifyAcceptsEachPublicKeyFormAndRejectsTampering) {
     BN_free(n);
 
     Bytes pkcs1 = opensslSign(rsa.get(), digest, RSA_PKCS1_PADDING);
-    EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, subjectPublicKeyInfo(rsa.get()), pkcs1,
-                            false), 0);
+    EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, subjectPublicKeyInfo(rsa.get()), pkcs1, false),
+              0);
     EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pkcs1, false), 0);
     Bytes pss = opensslSign(rsa.get(), digest, RSA_PKCS1_PSS_PADDING);
     EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pss, true), 0);
@@ -171,14 +172,17 @@ TEST_F(SigningTest, VerifyAcceptsEachPublicKeyFormAndRejectsTampering) {
     BN_bn2binpad(ECDSA_SIG_get0_r(parsed.get()), fixed.data(), 48);
     BN_bn2binpad(ECDSA_SIG_get0_s(parsed.get()), fixed.data() + 48, 48);
     EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, fixed, false), 0);
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, subjectPublicKeyInfo(ec.get()), fixed, false),
+              0);
+    // DER is not the PKCS #11 form of an ECDSA signature, and PSS is no EC scheme.
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, der, false), kSignatureInvalid);
+    EXPECT_NE(tokenVerifies(kKeyTypeEcP384, digest, point, fixed, true), 0);
 
     Bytes tampered = fixed;
     tampered[10] ^= 1;
-    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, tampered, false),
-              kSignatureInvalid);
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP384, digest, point, tampered, false), kSignatureInvalid);
     pkcs1[0] ^= 1;
-    EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pkcs1, false),
-              kSignatureInvalid);
+    EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pkcs1, false), kSignatureInvalid);
     // The curve follows from the key type: a P-384 point is no P-256 key.
     EXPECT_NE(tokenVerifies(kKeyTypeEcP256, digest, point, fixed, false), 0);
 }
@@ -194,11 +198,11 @@ TEST_F(SigningTest, SigningNeedsRoomTheRightPinAndAKnownKey) {
     EXPECT_EQ(length, 256);
     length = sizeof signature;
     unsigned char unknown[16] = {};
-    EXPECT_EQ(ostrel_signHash(kSerial, unknown, kPin, digest.data(), 32, signature, &length,
-                              false, instance(), false),
+    EXPECT_EQ(ostrel_signHash(kSerial, unknown, kPin, digest.data(), 32, signature, &length, false,
+                              instance(), false),
               kObjectNotFound);
-    EXPECT_EQ(ostrel_signHash(kSerial, rsa.keyReference, "", digest.data(), 32, signature,
-                              &length, false, instance(), false),
+    EXPECT_EQ(ostrel_signHash(kSerial, rsa.keyReference, "", digest.data(), 32, signature, &length,
+                              false, instance(), false),
               kPinRequired);
     EXPECT_EQ(ostrel_signHash("NOSUCH", rsa.keyReference, kPin, digest.data(), 32, signature,
                               &length, false, instance(), false),

@@ -75,7 +75,9 @@ TEST_F(StoreTest, StoreIsPrivateToItsUser) {
 // Children use the store through the device operations, as separate applications would.
 pid_t spawn(const std::function<bool()>& work) {
     pid_t child = fork();
-    if (child == 0) _exit(work() ? 0 : 1);
+    if (child == 0) {
+        _exit(work() ? 0 : 1);
+    }
     return child;
 }
 
@@ -108,7 +110,9 @@ TEST_F(StoreTest, TwoProcessesWritingAtOnceLoseNothing) {
     const std::vector<OstrelKeyPair>& pairs = ostrel_getKeyPairList(kSerial, instance_);
     ASSERT_EQ(pairs.size(), 2u * kEach);
     std::set<std::uint32_t> ids;
-    for (const OstrelKeyPair& pair : pairs) ids.insert(pair.id);
+    for (const OstrelKeyPair& pair : pairs) {
+        ids.insert(pair.id);
+    }
     EXPECT_EQ(ids.size(), pairs.size());
     EXPECT_LE(*ids.rbegin(), 0xFFFu);
 }
@@ -132,7 +136,9 @@ TEST_F(StoreTest, ForkedChildReopensAndParentCarriesOn) {
 // before the commit, and waits until it is there. Answers its process id, or -1.
 pid_t startToolStoppingInWrite(const std::string& store, std::vector<std::string> arguments) {
     int ready[2];
-    if (pipe(ready) != 0) return -1;
+    if (pipe(ready) != 0) {
+        return -1;
+    }
     pid_t child = fork();
     if (child == 0) {
         close(ready[0]);
@@ -142,7 +148,9 @@ pid_t startToolStoppingInWrite(const std::string& store, std::vector<std::string
         setenv("OSTREL_TOKEN_TEST_STOP_IN_WRITE", std::to_string(ready[1]).c_str(), 1);
         arguments.insert(arguments.begin(), {OSTREL_TOKEN_TOOL, "--store", store});
         std::vector<char*> argv;
-        for (std::string& argument : arguments) argv.push_back(&argument[0]);
+        for (std::string& argument : arguments) {
+            argv.push_back(&argument[0]);
+        }
         argv.push_back(nullptr);
         execv(argv[0], argv.data());
         _exit(127);

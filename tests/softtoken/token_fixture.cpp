@@ -1,6 +1,7 @@
 #include "token_fixture.h"
 
 #include <fcntl.h>
+#include <openssl/core_names.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,8 +10,6 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
-
-#include <openssl/core_names.h>
 
 #include "crypto/ec_keys.h"
 #include "crypto/key_types.h"
@@ -21,7 +20,9 @@ namespace softtoken::testing {
 ProcessResult runProgram(const std::vector<std::string>& arguments) {
     ProcessResult result;
     int channel[2];
-    if (pipe(channel) != 0) return result;
+    if (pipe(channel) != 0) {
+        return result;
+    }
     pid_t child = fork();
     if (child == 0) {
         dup2(channel[1], STDOUT_FILENO);
@@ -56,7 +57,9 @@ TemporaryFolder::TemporaryFolder() {
 }
 
 TemporaryFolder::~TemporaryFolder() {
-    if (!path_.empty()) runProgram({"/bin/rm", "-rf", path_});
+    if (!path_.empty()) {
+        runProgram({"/bin/rm", "-rf", path_});
+    }
 }
 
 void writeFile(const std::string& path, const Bytes& contents) {
@@ -113,7 +116,9 @@ OstrelKeyPair TokenFixture::generate(std::int32_t keyType, std::uint32_t usage,
 
 PkeyPtr publicKeyFromRecord(const OstrelKeyPair& pair) {
     const KeyTypeInfo* type = keyTypeByCode(pair.keyType);
-    if (type == nullptr) return nullptr;
+    if (type == nullptr) {
+        return nullptr;
+    }
     std::size_t size = static_cast<std::size_t>(pair.publicValueLength);
     return type->rsa ? rsaPublicKey(pair.publicValue, size)
                      : ecPublicKey(*type, pair.publicValue, size);
@@ -134,8 +139,8 @@ Bytes selfSignedCertificate(EVP_PKEY* key, const std::string& commonName, long s
     X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 86400);
     X509_NAME* name = X509_get_subject_name(certificate.get());
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(commonName.c_str()), -1,
-                               -1, 0);
+                               reinterpret_cast<const unsigned char*>(commonName.c_str()), -1, -1,
+                               0);
     X509_set_issuer_name(certificate.get(), name);
     X509_set_pubkey(certificate.get(), key);
     X509_sign(certificate.get(), key, EVP_sha256());

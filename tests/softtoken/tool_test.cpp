@@ -13,9 +13,9 @@ using ToolTest = TokenFixture;
 
 TEST_F(ToolTest, InitStoresTextsAsGivenAndDefaultsTheRest) {
     const std::string label(40, 'L');
-    ProcessResult init = tool({"init", "ODD", "--label", label, "--pin", "4321", "--firmware", "",
-                               "--model", "SW3-FIPS", "--pin-changed", "0", "--retries", "3",
-                               "--capacity", "5"});
+    ProcessResult init =
+        tool({"init", "ODD", "--label", label, "--pin", "4321", "--firmware", "", "--model",
+              "SW3-FIPS", "--pin-changed", "0", "--retries", "3", "--capacity", "5"});
     ASSERT_EQ(init.exitCode, 0) << init.output;
     TokenInfo odd = ostrel_getTokenInfo("ODD", instance_);
     EXPECT_EQ(odd.serialNumber, "ODD");
@@ -43,10 +43,10 @@ TEST_F(ToolTest, BadInputExitsNonZeroWithAMessage) {
         std::vector<std::string> arguments;
         int exitCode;
     } kCases[] = {
-        {{"init", "X1", "--label", "x"}, 2},                              // no PIN
-        {{"init", "X1", "--label", "x", "--pin", "12"}, 1},               // PIN too short
+        {{"init", "X1", "--label", "x"}, 2},                 // no PIN
+        {{"init", "X1", "--label", "x", "--pin", "12"}, 1},  // PIN too short
         {{"init", "X1", "--label", "x", "--pin", "1234", "--retries", "0"}, 2},
-        {{"init", "ST0001", "--label", "x", "--pin", "1234"}, 1},         // exists
+        {{"init", "ST0001", "--label", "x", "--pin", "1234"}, 1},  // exists
         {{"init", "X1", "--lable", "x", "--pin", "1234"}, 2},
         {{"frobnicate"}, 2},
         {{"show", "NOSUCH"}, 1},
@@ -117,8 +117,9 @@ TEST_F(ToolTest, StoredTextsArePrintedWithControlCharactersEscaped) {
     ASSERT_EQ(tool({"set", kSerial, "label", forged}).exitCode, 0);
     EXPECT_EQ(ostrel_getTokenInfo(kSerial, instance_).label, forged);  // stored as given
     ProcessResult list = tool({"list"});
-    EXPECT_EQ(list.output, "ST0001\tplugged\ttoken\tx\\x0AFAKE\\x09plugged\\x09token\\x09forged"
-                           "\\x1B[2J\n");
+    EXPECT_EQ(list.output,
+              "ST0001\tplugged\ttoken\tx\\x0AFAKE\\x09plugged\\x09token\\x09forged"
+              "\\x1B[2J\n");
     ProcessResult show = tool({"show", kSerial});
     EXPECT_NE(show.output.find("label: x\\x0AFAKE"), std::string::npos) << show.output;
     // A C1 control in UTF-8 is escaped too; other UTF-8 and backslashes read back unambiguously.
@@ -139,13 +140,15 @@ TEST_F(ToolTest, KeysAndCertificatesMadeByTheToolWorkInTheLibrary) {
     TemporaryFolder work;
     const std::string key = work.path() + "/key.pem";
     const std::string certificate = work.path() + "/cert.pem";
-    ProcessResult made = runProgram({OPENSSL_PROGRAM, "req", "-x509", "-newkey", "rsa:2048",
-                                     "-nodes", "-keyout", key, "-out", certificate, "-subj",
-                                     "/CN=Tool Import"});
+    ProcessResult made =
+        runProgram({OPENSSL_PROGRAM, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
+                    key, "-out", certificate, "-subj", "/CN=Tool Import"});
     ASSERT_EQ(made.exitCode, 0) << made.output;
 
     ASSERT_EQ(tool({"keygen", kSerial, "--type", "p384", "--pin", kPin, "--label", "generated",
-                    "--id", "0102"}).exitCode, 0);
+                    "--id", "0102"})
+                  .exitCode,
+              0);
     ProcessResult imported = tool({"import-key", kSerial, key, "--pin", kPin, "--label", "mine"});
     ASSERT_EQ(imported.exitCode, 0) << imported.output;
     ASSERT_EQ(tool({"import-cert", kSerial, certificate, "--id", "03"}).exitCode, 0);
@@ -155,8 +158,7 @@ TEST_F(ToolTest, KeysAndCertificatesMadeByTheToolWorkInTheLibrary) {
     EXPECT_STREQ(pairs[0].alias, "generated");
     EXPECT_EQ(pairs[0].keyType, kKeyTypeEcP384);
     EXPECT_EQ(pairs[0].usageFlags, 3u);
-    EXPECT_EQ(Bytes(pairs[0].objectId, pairs[0].objectId + pairs[0].objectIdLength),
-              (Bytes{1, 2}));
+    EXPECT_EQ(Bytes(pairs[0].objectId, pairs[0].objectId + pairs[0].objectIdLength), (Bytes{1, 2}));
     EXPECT_EQ(pairs[1].keyType, kKeyTypeRsa2048);
     ASSERT_EQ(ostrel_getCertificateList(kSerial, instance_).size(), 1u);
 
