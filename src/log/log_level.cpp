@@ -18,12 +18,22 @@ int getLogLevel() {
     return *firstByte;
 }
 
-// logInfo writes level 3, tagged "DEBUG ::=>", not an INFO tag: deliberate, and kept.
+bool infoLogEnabled() {
+    return getLogLevel() >= kDebugLevel;
+}
+
+// logInfo writes level 3, tagged "DEBUG ::=>", not an INFO tag (compatibility register,
+// entry 4).
 void logInfo(const std::string& message) {
-    if (getLogLevel() < kDebugLevel) {
-        return;
+    if (infoLogEnabled()) {
+        writeLog(kDebugLevel, message);
     }
-    writeLog(kDebugLevel, message);
+}
+
+void logInfo(const char* message) {
+    if (infoLogEnabled()) {
+        writeLog(kDebugLevel, message);
+    }
 }
 
 void logError(const std::string& message) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -14,6 +15,7 @@
 #include <ctime>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -121,10 +123,11 @@ std::vector<std::string> pathComponents(std::string_view path) {
 
 }  // namespace
 
-std::optional<std::int8_t> logLevelSettingFirstByte() {
+namespace {
+
+std::optional<std::int8_t> readLogLevelSetting(const std::string& path) {
     try {
-        const std::string* override = settingsFileOverride.load();
-        std::ifstream settings(override != nullptr ? *override : std::string(OSTREL_SETTINGS_FILE));
+        std::ifstream settings(path);
         std::string line;
         while (std::getline(settings, line)) {
             std::string_view text = trimmed(line);
@@ -142,6 +145,81 @@ std::optional<std::int8_t> logLevelSettingFirstByte() {
     } catch (...) {
     }
     return std::nullopt;
+}
+
+// What the settings file held when it was last read, and how to recognise that file again: a
+// message reads the file anew only when its identity, size or times changed, so the common
+// case costs one stat() instead of an open, a read and a close.
+struct CachedSetting {
+    std::string path;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified {};
+    struct timespec changed {};
+    std::optional<std::int8_t> value;
+};
+
+struct SettingCache {
+    std::mutex mutex;
+    CachedSetting setting;  // guarded by mutex; an empty path: nothing cached
+};
+
+// Never destroyed: the monitor thread may still log while a process exits.
+SettingCache& settingCache() {
+    static SettingCache* const cache = new SettingCache();
+    return *cache;
+}
+
+bool sameTime(const struct timespec& a, const struct timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool describesFile(const CachedSetting& cached, const std::string& path, const struct stat& file) {
+    return !cached.path.empty() && cached.path == path && cached.device == file.st_dev &&
+           cached.inode == file.st_ino && cached.size == file.st_size &&
+           sameTime(cached.modified, file.st_mtim) && sameTime(cached.changed, file.st_ctim);
+}
+
+// File times advance in clock ticks of a few milliseconds: a file changed twice within one tick
+// keeps its times (and perhaps its size). So a file is trusted to the cache only once it has
+// been left alone for longer than any tick; a file that was just written is read every time.
+bool settledLongAgo(const struct stat& file) {
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t newest = std::max(file.st_mtim.tv_sec, file.st_ctim.tv_sec);
+    return now.tv_sec - newest >= 2;
+}
+
+}  // namespace
+
+std::optional<std::int8_t> logLevelSettingFirstByte() {
+    try {
+        const std::string* override = settingsFileOverride.load();
+        const std::string path = override != nullptr ? *override : OSTREL_SETTINGS_FILE;
+        struct stat file {};
+        if (::stat(path.c_str(), &file) != 0) {
+            return std::nullopt;  // no settings file: nothing configured
+        }
+        SettingCache& cache = settingCache();
+        {
+            std::lock_guard<std::mutex> lock(cache.mutex);
+            if (describesFile(cache.setting, path, file)) {
+                return cache.setting.value;
+            }
+        }
+        const std::optional<std::int8_t> value = readLogLevelSetting(path);
+        std::lock_guard<std::mutex> lock(cache.mutex);
+        if (settledLongAgo(file)) {
+            cache.setting = CachedSetting{path,         file.st_dev,  file.st_ino, file.st_size,
+                                          file.st_mtim, file.st_ctim, value};
+        } else {
+            cache.setting.path.clear();
+        }
+        return value;
+    } catch (...) {
+        return std::nullopt;
+    }
 }
 
 void setSettingsFilePathForTesting(const std::string& path) {

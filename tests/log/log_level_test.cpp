@@ -1,7 +1,9 @@
 // The level setting and which messages it lets through.
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "log/log.h"
 #include "log_test_fixture.h"
@@ -117,6 +119,23 @@ TEST_F(LogTest, SettingsFileLines) {
         writeSettings(test.settings);
         EXPECT_EQ(getLogLevel(), test.level);
     }
+}
+
+// The setting is remembered between messages once the file has been left alone for a while;
+// any change to it (same size, same second, even the same clock tick) still takes effect at the
+// very next message.
+TEST_F(LogTest, EveryChangeOfTheSettingsFileTakesEffectAtTheNextMessage) {
+    writeSettings("logLevel=3\n");
+    EXPECT_EQ(getLogLevel(), 3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2100));  // long enough to be trusted
+    EXPECT_EQ(getLogLevel(), 3);
+    EXPECT_EQ(getLogLevel(), 3);
+    for (const char* settings : {"logLevel=1\n", "logLevel=3\n", "logLevel=0\n"}) {
+        writeSettings(settings);  // the same size every time, within one clock tick
+        EXPECT_EQ(getLogLevel(), settings[9] - '0') << settings;
+    }
+    fs::remove(settingsFile_);
+    EXPECT_EQ(getLogLevel(), 2);
 }
 
 #endif
