@@ -23,18 +23,30 @@ void startAfreshInForkChild() {
 // runs that code: where threads may be joined here it is stopped first, also when the
 // application unloads the module without C_Finalize or after a C_Initialize whose device
 // library gave no instance (C_Finalize then answers "not initialized" and stops nothing).
-// Then the secrets still held are wiped: the heap may outlive the module.
+// Then the secrets still held are wiped (the heap may outlive the module), and where the
+// monitor could be joined the device instance is released and the state itself goes, so that
+// loading and unloading the module again and again leaks nothing.
 void releaseBeforeUnload() {
     ModuleState* state = currentState.load();
+    bool monitorEnded = false;
     try {
         if (platform::threadsMayBeJoinedAtUnload()) {
             state->deviceMonitor.stopBeforeUnload();
+            monitorEnded = !state->deviceMonitor.holdsThread();
         }
     } catch (...) {
         // A destructor must not throw; there is nothing left to report to.
     }
     state->derivedKeys.wipeWithoutLocking();
     state->userPassword.clear();
+    if (monitorEnded) {
+        // An application that never called C_Finalize leaves its device instance too.
+        if (const DeviceInstance instance = state->deviceInstance.exchange(nullptr)) {
+            ostrel_releaseInstance(instance);
+        }
+        currentState.store(nullptr);
+        delete state;
+    }
 }
 
 }  // namespace

@@ -90,16 +90,23 @@ CreateTemplate readTemplate(const CK_ATTRIBUTE* pTemplate, CK_ULONG ulCount) {
     return read;
 }
 
+// Copies at most `capacity` bytes into a record field; answers how many.
+std::size_t copyInto(void* field, std::size_t capacity, const void* data, std::size_t length) {
+    const std::size_t copied = std::min(length, capacity);
+    if (copied != 0) {
+        std::memcpy(field, data, copied);
+    }
+    return copied;
+}
+
 // A certificate record to import: DER, label (cut to 128 characters) and id.
 OstrelCertificate certificateRecord(const Bytes& der, const std::string& label, const Bytes& id) {
     OstrelCertificate record{};
-    std::memcpy(record.der, der.data(), std::min(der.size(), sizeof record.der));
-    record.derLength = static_cast<std::int32_t>(std::min(der.size(), sizeof record.der));
-    const std::size_t labelLength = std::min(label.size(), kStoredLabelLength);
-    std::memcpy(record.label, label.data(), labelLength);
-    const std::size_t idLength = std::min(id.size(), sizeof record.objectId);
-    std::memcpy(record.objectId, id.data(), idLength);
-    record.objectIdLength = static_cast<std::int32_t>(idLength);
+    record.derLength =
+        static_cast<std::int32_t>(copyInto(record.der, sizeof record.der, der.data(), der.size()));
+    copyInto(record.label, kStoredLabelLength, label.data(), label.size());
+    record.objectIdLength = static_cast<std::int32_t>(
+        copyInto(record.objectId, sizeof record.objectId, id.data(), id.size()));
     return record;
 }
 

@@ -24,6 +24,8 @@ public:
     // The same without a log line, for when the module's code is about to be unloaded.
     void stopBeforeUnload();
     bool isRunning() const { return deviceMonitorRunning_.load(); }
+    // Whether a thread is still to be joined.
+    bool holdsThread() const { return thread_.joinable(); }
 
     CK_RV waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_ID_PTR pSlot);
 

@@ -56,7 +56,7 @@ TEST_F(SetPin, PinsHoldingANulByteAreRefusedBeforeTheDevice) {
     std::string newPin = std::string("1234") + '\0' + std::string(55, '9');
     expectRejected(C_SetPIN(session, bytes(oldPin), oldPin.size(), bytes(newPin), newPin.size()),
                    CKR_PIN_INVALID, "C_SetPIN", "pNewPin holds a NUL byte");
-    std::string cutOld("12\0456", 6);
+    std::string cutOld(std::string("12") + '\0' + "456");
     expectRejected(C_SetPIN(session, bytes(cutOld), cutOld.size(), bytes(oldPin), oldPin.size()),
                    CKR_PIN_INVALID, "C_SetPIN", "pOldPin holds a NUL byte");
     EXPECT_EQ(dd::callCount("changeUserPassword"), 0u);
