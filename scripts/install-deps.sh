@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs, on Debian 12, what a task needs when something of it is missing.
 #   install-deps.sh demo   building the module and the software token, and the demo's clients
+#   install-deps.sh bench  the demo's set and SoftHSMv2, the module the benchmark compares with
 #   install-deps.sh        everything the tests need (the demo's set, test frameworks, the
 #                          Windows cross toolchain and Wine, the end-to-end clients)
 set -eu
@@ -9,6 +10,7 @@ test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3
   python3 g++-mingw-w64-x86-64-posix wine wine64"
 case "${1:-test}" in
     demo) packages=$demo_packages ;;
+    bench) packages="$demo_packages softhsm2" ;;
     test) packages=$test_packages ;;
     *) echo "usage: $0 [demo|test]" >&2; exit 2 ;;
 esac

@@ -1,0 +1,64 @@
+#!/bin/sh
+# Builds the module, the software token and p11bench (release, without tests), prepares the same
+# keys on a software token and on a SoftHSMv2 token, and measures both next to raw libcrypto.
+#   bench/run-p11bench.sh            the full run (about a minute per module)
+#   bench/run-p11bench.sh --short    a few milliseconds per scenario: proves that it runs
+set -eu
+cd "$(dirname "$0")/.."
+./scripts/install-deps.sh bench
+
+seconds=1
+objects=1000
+if [ "${1:-}" = "--short" ]; then
+    seconds=0.02
+    objects=50
+fi
+
+build=$PWD/build/bench
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+    -DOSTREL_BUILD_BENCHMARKS=ON >/dev/null
+cmake --build "$build" -j "$(nproc)" --target ostrel-pkcs11 ostrel_softtoken ostrel-token p11bench
+
+work=$(mktemp -d /tmp/p11bench.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+pin=123456
+mkdir "$work/keys"
+openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out "$work/keys/rsa2048.pem" 2>/dev/null
+openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:3072 -out "$work/keys/rsa3072.pem" 2>/dev/null
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$work/keys/p256.pem"
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$work/keys/p256-peer.pem"
+
+# Our module over the software token.
+OSTREL_TOKEN_STORE=$work/ostrel
+export OSTREL_TOKEN_STORE
+token="$build/softtoken/ostrel-token"
+"$token" init BENCH0001 --label bench --pin "$pin" --capacity 4095 >/dev/null
+id=1
+for key in rsa2048 rsa3072 p256; do
+    "$token" import-key BENCH0001 "$work/keys/$key.pem" --pin "$pin" --label "bench-$key" \
+        --id "0$id" >/dev/null
+    id=$((id + 1))
+done
+modules="--module ostrel=$build/src/ostrel-pkcs11.so"
+
+# SoftHSMv2 with the same keys, as the peer to compare with.
+softhsm=/usr/lib/softhsm/libsofthsm2.so
+if [ -f "$softhsm" ]; then
+    SOFTHSM2_CONF=$work/softhsm2.conf
+    export SOFTHSM2_CONF
+    mkdir "$work/softhsm"
+    printf 'directories.tokendir = %s\nobjectstore.backend = file\nlog.level = ERROR\n' \
+        "$work/softhsm" >"$SOFTHSM2_CONF"
+    softhsm2-util --init-token --free --label bench --pin "$pin" --so-pin 12345678 >/dev/null
+    id=1
+    for key in rsa2048 rsa3072 p256; do
+        softhsm2-util --import "$work/keys/$key.pem" --token bench --label "bench-$key" \
+            --id "0$id" --pin "$pin" >/dev/null
+        id=$((id + 1))
+    done
+    modules="$modules --module softhsm=$softhsm:destroy-derived"
+fi
+
+# shellcheck disable=SC2086
+"$build/bench/p11bench" --keys "$work/keys" --pin "$pin" --objects "$objects" \
+    --seconds "$seconds" $modules
