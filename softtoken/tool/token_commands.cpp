@@ -1,4 +1,6 @@
 // Token and device commands: init, init-blank, list, show, plug, unplug, remove, set.
+#include <algorithm>
+#include <cstring>
 #include <ostream>
 
 #include "certificates/certificate_reader.h"
@@ -9,6 +11,7 @@
 #include "token/token_admin.h"
 #include "token/token_service.h"
 #include "tool/arguments.h"
+#include "tool/pkcs11_url.h"
 
 namespace softtoken::tool {
 
@@ -140,6 +143,14 @@ int runList(ToolContext& context, const Arguments&) {
     return kExitDone;
 }
 
+// A record's text field up to its first NUL, never past the field.
+std::string boundedText(const char* field, std::size_t capacity) {
+    const void* nul = std::memchr(field, '\0', capacity);
+    return std::string(
+        field, nul == nullptr ? capacity
+                              : static_cast<std::size_t>(static_cast<const char*>(nul) - field));
+}
+
 void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string& id) {
     const DeviceObjects* objects = snapshot.objectsOf(id);
     if (objects == nullptr) {
@@ -152,6 +163,10 @@ void showKeyPairs(std::ostream& out, const Snapshot& snapshot, const std::string
             << ((pair.usageFlags & kKeyUsageDecrypt) != 0 ? "+decrypt" : "")
             << " id=" << toHex(pair.objectId, static_cast<std::size_t>(pair.objectIdLength))
             << " label=" << printable(pair.alias) << "\n";
+        const std::size_t idLength = static_cast<std::size_t>(std::max(pair.objectIdLength, 0));
+        const std::string label = boundedText(pair.alias, sizeof pair.alias);
+        out << "  private key: " << objectUrl(id, pair.objectId, idLength, label, "private") << "\n"
+            << "  public key: " << objectUrl(id, pair.objectId, idLength, label, "public") << "\n";
     }
 }
 
@@ -171,6 +186,11 @@ void showCertificates(std::ostream& out, const Snapshot& snapshot, const std::st
             << " id="
             << toHex(certificate.objectId, static_cast<std::size_t>(certificate.objectIdLength))
             << " label=" << printable(certificate.label) << "\n";
+        out << "  certificate: "
+            << objectUrl(id, certificate.objectId,
+                         static_cast<std::size_t>(std::max(certificate.objectIdLength, 0)),
+                         boundedText(certificate.label, sizeof certificate.label), "cert")
+            << "\n";
     }
 }
 
@@ -198,7 +218,8 @@ int runShow(ToolContext& context, const Arguments& arguments) {
         << "pin-changed: " << device->pinChanged << "\n"
         << "retries: " << device->retriesLeft << "/" << device->retriesMax << "\n"
         << "so-pin: " << (device->soPin.present() ? "set" : "none") << "\n"
-        << "capacity: " << device->capacity << " (" << used << " used)\n";
+        << "capacity: " << device->capacity << " (" << used << " used)\n"
+        << "url: " << tokenUrl(device->deviceId) << "\n";
     showKeyPairs(out, *snapshot, id);
     showCertificates(out, *snapshot, id);
     return kExitDone;

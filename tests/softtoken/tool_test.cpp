@@ -177,6 +177,20 @@ TEST_F(ToolTest, KeysAndCertificatesMadeByTheToolWorkInTheLibrary) {
     ProcessResult show = tool({"show", kSerial});
     EXPECT_NE(show.output.find("label=generated"), std::string::npos) << show.output;
     EXPECT_NE(show.output.find("subject=CN=Tool Import"), std::string::npos) << show.output;
+    // RFC 7512 URLs: the serial as the module reports it (NUL-padded to 16 bytes), every id
+    // byte and every reserved character of a label percent-encoded.
+    const std::string token = "pkcs11:serial=ST0001%00%00%00%00%00%00%00%00%00%00";
+    EXPECT_NE(show.output.find("url: " + token + "\n"), std::string::npos) << show.output;
+    EXPECT_NE(
+        show.output.find("private key: " + token + ";id=%01%02;object=generated;type=private"),
+        std::string::npos)
+        << show.output;
+    EXPECT_NE(show.output.find("certificate: " + token + ";id=%03;type=cert"), std::string::npos)
+        << show.output;
+    ASSERT_EQ(
+        tool({"keygen", kSerial, "--type", "p256", "--pin", kPin, "--label", "a b;c"}).exitCode, 0);
+    EXPECT_NE(tool({"show", kSerial}).output.find(token + ";object=a%20b%3Bc;type=public"),
+              std::string::npos);
 }
 
 TEST_F(ToolTest, FaultsFireInThisProcessAndCountDown) {
