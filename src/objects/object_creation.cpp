@@ -97,8 +97,11 @@ OstrelCertificate certificateRecord(const Bytes& der, const std::string& label, 
     record.derLength = static_cast<std::int32_t>(std::min(der.size(), sizeof record.der));
     const std::size_t labelLength = std::min(label.size(), kStoredLabelLength);
     std::memcpy(record.label, label.data(), labelLength);
+    // Chain members have no id: an empty vector's data() may be null, which memcpy may not get.
     const std::size_t idLength = std::min(id.size(), sizeof record.objectId);
-    std::memcpy(record.objectId, id.data(), idLength);
+    if (idLength > 0) {
+        std::memcpy(record.objectId, id.data(), idLength);
+    }
     record.objectIdLength = static_cast<std::int32_t>(idLength);
     return record;
 }
