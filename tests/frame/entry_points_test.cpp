@@ -90,8 +90,7 @@ std::vector<EntryPoint> unsupportedEntryPoints() {
          [] { return C_DecryptVerifyUpdate(0, nullptr, 0, nullptr, nullptr); }},
         {"C_GenerateKey", [] { return C_GenerateKey(0, nullptr, nullptr, 0, nullptr); }},
         {"C_WrapKey", [] { return C_WrapKey(0, nullptr, 0, 0, nullptr, nullptr); }},
-        {"C_UnwrapKey",
-         [] { return C_UnwrapKey(0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr); }},
+        {"C_UnwrapKey", [] { return C_UnwrapKey(0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr); }},
         {"C_SeedRandom", [] { return C_SeedRandom(0, nullptr, 0); }},
         {"C_GetFunctionStatus", [] { return C_GetFunctionStatus(0); }},
         {"C_CancelFunction", [] { return C_CancelFunction(0); }},
@@ -107,10 +106,12 @@ TEST(EntryPoints, EveryOtherEntryAnswersNotInitialisedBeforeInitialise) {
     for (const EntryPoint& entry : initialisedOnlyEntryPoints()) {
         log.newLines();
         EXPECT_EQ(entry.callWithNullArguments(), CKR_CRYPTOKI_NOT_INITIALIZED) << entry.name;
-        EXPECT_EQ(log.newLines(), (std::vector<std::string>{
-                                      infoLine(entry.name),
-                                      errorLine(entry.name + ": not initialized")}))
-            << entry.name;
+        // C_DeriveKey's early rejections write no line of their own, this one included.
+        std::vector<std::string> expected{infoLine(entry.name)};
+        if (entry.name != "C_DeriveKey") {
+            expected.push_back(errorLine(entry.name + ": not initialized"));
+        }
+        EXPECT_EQ(log.newLines(), expected) << entry.name;
     }
 }
 
@@ -123,8 +124,7 @@ TEST(EntryPoints, UnsupportedEntriesOnlyLogTheirNameBeforeAndAfterInitialise) {
         for (const EntryPoint& entry : unsupportedEntryPoints()) {
             log.newLines();
             EXPECT_EQ(entry.callWithNullArguments(), CKR_FUNCTION_NOT_SUPPORTED) << entry.name;
-            EXPECT_EQ(log.newLines(), std::vector<std::string>{infoLine(entry.name)})
-                << entry.name;
+            EXPECT_EQ(log.newLines(), std::vector<std::string>{infoLine(entry.name)}) << entry.name;
         }
     }
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
