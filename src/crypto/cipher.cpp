@@ -51,12 +51,19 @@ EncryptionType encryptionTypeOf(std::int32_t keyType) {
     return found == std::end(kEncryptionTypes) ? kDefaultEncryptionType : found->encryptionType;
 }
 
-// The padding of a mechanism of the table; nothing for any other mechanism.
+// The mechanisms C_EncryptInit and C_DecryptInit accept, with the padding each asks of the
+// device; nothing for any other mechanism.
 const PaddingRule* paddingRuleOf(CK_MECHANISM_TYPE mechanism) {
     const auto found =
         std::find_if(std::begin(kPaddings), std::end(kPaddings),
                      [mechanism](const PaddingRule& rule) { return rule.mechanism == mechanism; });
     return found == std::end(kPaddings) ? nullptr : found;
+}
+
+// PaddingMode 4 for OAEP, 1 for anything else.
+PaddingMode paddingOf(CK_MECHANISM_TYPE mechanism) {
+    const PaddingRule* rule = paddingRuleOf(mechanism);
+    return rule == nullptr ? kPaddingPkcs1 : rule->padding;
 }
 
 bool hasParameters(const CK_MECHANISM& mechanism) {
@@ -185,11 +192,13 @@ CK_RV encryptOnDevice(const ExportCall& call, OperationContext& operation,
     const ByteVector publicKey = rsaSubjectPublicKeyInfo(keyPair);
     unsigned char area[kCiphertextArea] = {};
     int ciphertextLength = 0;
-    const int result = ostrel_encrypt(
-        encryptionTypeOf(keyPair.keyType), paddingRuleOf(operation.cipherMechanism)->padding, data,
-        deviceLength(length), area, &ciphertextLength, publicKey.data(),
-        deviceLength(publicKey.size()), call.instance());
+    const int result =
+        ostrel_encrypt(encryptionTypeOf(keyPair.keyType), paddingOf(operation.cipherMechanism),
+                       data, deviceLength(length), area, &ciphertextLength, publicKey.data(),
+                       deviceLength(publicKey.size()), call.instance());
     if (result != 0) {
+        // Unlike a failed decryption, this ends the operation: compatibility register,
+        // entry 41.
         endOperation(operation);
         operation.cipherMechanism = 0;
         return reportDeviceFailure("Encrypt data failed : ", result);
@@ -308,7 +317,7 @@ CK_RV decrypt(ExportCall& call, CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncrypt
                 return rv;
             }
         }
-        // cipherMechanism stays as it was.
+        // cipherMechanism stays as it was: compatibility register, entry 41.
         return handOutAndEnd(call, operation, operation.pendingOutput, pData, pulDataLen).rv;
     });
 }

@@ -1,7 +1,8 @@
 // Message digests computed by the token. C_DigestInit starts a device hash in the session's
 // operation, C_DigestUpdate feeds it, C_Digest (which may add a last part) and C_DigestFinal
 // finish it. A finished digest waits in bufferedData until it has been handed out; device
-// failures leave the digest running, so only a new Init or closing the session ends it then.
+// failures leave the digest running, so only a new Init or closing the session ends it then
+// (compatibility register, entry 41).
 #include <string>
 #include <utility>
 

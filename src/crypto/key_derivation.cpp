@@ -35,7 +35,8 @@ constexpr HashingKdf kHashingKdfs[] = {
 constexpr std::uint32_t kBaseKeyIdLimit = kHandleRangeSize;
 
 // The ECDH parameters as the caller laid them out. Their size is the platform's (28 bytes on
-// Windows, 40 on 64-bit Linux); shorter parameters are refused before anything is read.
+// Windows, 40 on 64-bit Linux); shorter parameters are refused before anything is read
+// (compatibility register, entry 36).
 std::optional<CK_ECDH1_DERIVE_PARAMS> readParameters(const CK_MECHANISM& mechanism) {
     if (mechanism.pParameter == nullptr ||
         mechanism.ulParameterLen < sizeof(CK_ECDH1_DERIVE_PARAMS)) {
@@ -43,6 +44,8 @@ std::optional<CK_ECDH1_DERIVE_PARAMS> readParameters(const CK_MECHANISM& mechani
     }
     CK_ECDH1_DERIVE_PARAMS parameters;
     std::memcpy(&parameters, mechanism.pParameter, sizeof parameters);
+    // A public value longer than the device's int is refused too: compatibility register,
+    // entry 38.
     if (parameters.pPublicData == nullptr || parameters.ulPublicDataLen == 0 ||
         parameters.ulPublicDataLen > kMaxDeviceLength) {
         return std::nullopt;

@@ -28,11 +28,13 @@ inline int deviceLength(std::size_t length) {
 }
 
 // CKR_OK when the length fits one device argument, else `rv` with "<name>: <argument> too long
-// for the device, <argument>=<length>": nothing is cut short behind the caller's back.
+// for the device, <argument>=<length>": nothing is cut short behind the caller's back
+// (compatibility register, entry 38).
 CK_RV requireDeviceLength(const ExportCall& call, std::size_t length, CK_RV rv,
                           const char* argument);
 
-// Logs a refusal whose line does not start with the function's name, and answers rv.
+// Logs a refusal whose line does not start with the function's name, and answers rv. Such
+// lines are kept as they are: compatibility register, entry 40.
 CK_RV rejectWithLine(CK_RV rv, const std::string& line);
 
 // A copy of the logged-in user's PIN (empty when nobody is logged in), taken under the table
@@ -40,12 +42,13 @@ CK_RV rejectWithLine(CK_RV rv, const std::string& line);
 SecretString storedUserPassword(ModuleState& state);
 
 // True when the session's token is in FIPS 140-3 mode, and when its firmware is recent enough
-// for the gated mechanisms (RSA-PSS, RSA-OAEP, ECDH).
+// for the gated mechanisms (RSA-PSS, RSA-OAEP, ECDH); versions compare as atoi reads their
+// fields (compatibility register, entry 32).
 bool isFips1403Session(const SessionAccess& session);
 bool firmwareAllowsGatedMechanisms(const SessionAccess& session);
 
-// Feeds bytes to a running hash, in pieces of at most kMaxDeviceLength. The result of the
-// first piece that fails, or 0.
+// Feeds bytes to a running hash, in pieces of at most kMaxDeviceLength (compatibility register,
+// entry 38). The result of the first piece that fails, or 0.
 int feedHash(HashContext context, const unsigned char* data, std::size_t length,
              DeviceInstance instance);
 
@@ -68,7 +71,8 @@ OnePassHash hashInOnePass(const char* deviceId, int hashCode, const unsigned cha
 
 // The key pair with this id on the session's device. Without one (also for an id that a handle
 // above 32 bits could not give, which is not looked up), logs "<notFoundText><hKey>" at error
-// level and answers nothing: the caller answers CKR_KEY_HANDLE_INVALID.
+// level and answers nothing: the caller answers CKR_KEY_HANDLE_INVALID, the standard 0x60
+// (compatibility register, entry 39).
 std::optional<OstrelKeyPair> findKeyPairOrLog(const ExportCall& call, const SessionAccess& session,
                                               std::optional<std::uint32_t> id,
                                               CK_OBJECT_HANDLE hKey,

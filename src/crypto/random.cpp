@@ -18,7 +18,7 @@ CK_RV generateRandom(ExportCall& call, CK_SESSION_HANDLE hSession, CK_BYTE_PTR p
                                "ulRandomLen<=0, ulRandomLen=" + decimalText(ulRandomLen));
         }
         // A length beyond the device's int is asked for in pieces, each filling its own part of
-        // the caller's buffer.
+        // the caller's buffer (compatibility register, entry 38).
         CK_BYTE_PTR output = pRandomData;
         std::size_t remaining = ulRandomLen;
         while (remaining > 0) {

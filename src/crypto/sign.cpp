@@ -230,6 +230,8 @@ CK_RV signInit(ExportCall& call, CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pM
                                "RSA-1024 signing not allowed \xE2\x80\x94 key size below 112-bit "
                                "security strength");
         }
+        // Collected input and a running hash are left as they are: compatibility register,
+        // entry 37.
         operation.keyPair = std::move(keyPair);
         wipeAndClear(operation.pendingOutput);
         operation.activeOperation = admission.nextCode;

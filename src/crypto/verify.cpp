@@ -70,7 +70,7 @@ CK_RV verifyInit(ExportCall& call, CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR 
     return withSession(call, hSession, [&](const SessionAccess& session) {
         OperationContext& operation = session.operation();
         // A running digest is replaced, its hash context and collected data left in place:
-        // compatibility register, entry 30.
+        // compatibility register, entries 30 and 37.
         const InitAdmission admission = admitInit(call, operation, OperationInit::Verify);
         if (admission.rv != CKR_OK) {
             return admission.rv;

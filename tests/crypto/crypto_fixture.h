@@ -1,21 +1,19 @@
 // What the tests of the cryptographic operations share: an initialised module over three tokens
-// of the device double that hold the same key pairs, and one read-write public session on the
-// first (nobody logged in).
-//
-//   SER1, slot 0x50000001: a FIPS 140-3 token (model OT2-S) with firmware 2.1.0
+// of the device double holding the same key pairs, and a read-write public session on the first.
+//   SER1, slot 0x50000001: FIPS 140-3 (model OT2-S), firmware 2.1.0
 //   SER2, slot 0x50000002: outside FIPS 140-3 mode (model OT1-F), firmware 2.1.0
 //   SER3, slot 0x50000003: FIPS 140-3, firmware 1.9.9, below the gate of PSS, OAEP and ECDH
-//
-// Key pairs (double defaults: reference A0 .. AB followed by the id): 1 RSA-2048 storing its bare
-// modulus (high bit set), 2 RSA-1024, 3 EC P-256, 4 RSA-2048 whose public value is already DER,
-// 5 RSA-3072, 6 RSA-4096.
+// Pairs: 1 RSA-2048 storing its bare modulus, 2 RSA-1024, 3 EC P-256, 4 RSA-2048 whose public
+// value is DER, 5 RSA-3072, 6 RSA-4096 with the deletion flag set.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/module_state.h"
@@ -30,21 +28,22 @@ constexpr CK_SLOT_ID kNonFipsSlot = 0x50000002;
 constexpr CK_SLOT_ID kOldFirmwareSlot = 0x50000003;
 constexpr CK_FLAGS kReadOnly = CKF_SERIAL_SESSION;
 constexpr CK_FLAGS kReadWrite = CKF_SERIAL_SESSION | CKF_RW_SESSION;
-
 constexpr CK_OBJECT_HANDLE kRsaPrivate = 0x70000001;
 constexpr CK_OBJECT_HANDLE kRsaPublic = 0x70001001;
-constexpr CK_OBJECT_HANDLE kRsa1024Private = 0x70000002;
 constexpr CK_OBJECT_HANDLE kEcPrivate = 0x70000003;
 constexpr CK_OBJECT_HANDLE kEcPublic = 0x70001003;
-constexpr CK_OBJECT_HANDLE kDerKeyPublic = 0x70001004;
 
-// A value above 32 bits that would alias kRsaPrivate if it were cut to 32 bits; only 64-bit
-// Linux has such values.
+// Above 32 bits, and kRsaPrivate if cut to 32 bits (64-bit Linux only; else kRsaPrivate).
 constexpr bool kWideUlong = sizeof(CK_ULONG) > 4;
-constexpr CK_ULONG kAliasOfRsaPrivate =
+constexpr CK_ULONG kWideRsaPrivate =
     static_cast<CK_ULONG>(kWideUlong ? (std::uint64_t{1} << 32) + kRsaPrivate : kRsaPrivate);
 
 using Lines = std::vector<std::string>;
+
+// The entry line of `name`, then one error line.
+inline Lines refused(const std::string& name, const std::string& line) {
+    return {infoLine(name), errorLine(line)};
+}
 
 class CryptoTest : public ::testing::Test {
 protected:
@@ -64,15 +63,17 @@ protected:
             dd::setKeyPairs(serial, pairs);
         }
         ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-        CK_ULONG count = 0;
-        ASSERT_EQ(C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
-        std::vector<CK_SLOT_ID> slots(count);
-        ASSERT_EQ(C_GetSlotList(CK_TRUE, slots.data(), &count), CKR_OK);
-        ASSERT_EQ(slots, (std::vector<CK_SLOT_ID>{kFipsSlot, kNonFipsSlot, kOldFirmwareSlot}));
+        listSlots();
         session = open(kFipsSlot, kReadWrite);
     }
     void TearDown() override { C_Finalize(nullptr); }
 
+    static void listSlots() {
+        CK_SLOT_ID slots[3];
+        CK_ULONG count = 3;
+        ASSERT_EQ(C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+        ASSERT_EQ(count, 3u);
+    }
     // Opens a session and forgets what that wrote and called.
     CK_SESSION_HANDLE open(CK_SLOT_ID slot, CK_FLAGS flags) {
         CK_SESSION_HANDLE handle = 0;
@@ -92,13 +93,12 @@ protected:
         dd::clearCalls();
     }
 
-    // The session's operation context. The tests call one session from one thread.
+    // The session's operation context (one thread uses the session at a time in these tests).
     static OperationContext& context(CK_SESSION_HANDLE handle) {
-        ModuleState& module = moduleState();
-        std::lock_guard<std::mutex> tables(module.tableMutex);
-        return module.sessionTable.find(static_cast<std::uint32_t>(handle))->operation;
+        std::lock_guard<std::mutex> tables(moduleState().tableMutex);
+        return moduleState().sessionTable.find(static_cast<std::uint32_t>(handle))->operation;
     }
-    std::uint32_t activeOperation(CK_SESSION_HANDLE handle) const {
+    static std::uint32_t activeOperation(CK_SESSION_HANDLE handle) {
         return context(handle).activeOperation;
     }
 
@@ -107,7 +107,10 @@ protected:
         EXPECT_EQ(rv, expected) << (lines.empty() ? "" : lines.back());
         EXPECT_EQ(log.newCallLines(), lines);
     }
-
+    std::string lastLine() {
+        const Lines lines = log.newCallLines();
+        return lines.empty() ? std::string() : lines.back();
+    }
     // The only call of the operation since the last forget().
     static dd::Call onlyCall(const std::string& operation) {
         const std::vector<dd::Call> calls = dd::calls(operation);
