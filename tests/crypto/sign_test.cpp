@@ -18,7 +18,7 @@ protected:
         const bool pss = type == CKM_RSA_PKCS_PSS || type == CKM_SHA1_RSA_PKCS_PSS ||
                          (type >= CKM_SHA256_RSA_PKCS_PSS && type <= CKM_SHA512_RSA_PKCS_PSS) ||
                          type == CKM_SHA224_RSA_PKCS_PSS;
-        CK_MECHANISM signing{type, pss ? garbage : nullptr, pss ? sizeof garbage : 0};
+        CK_MECHANISM signing{type, pss ? garbage : nullptr, pss ? CK_ULONG{sizeof garbage} : 0};
         EXPECT_EQ(C_SignInit(on, &signing, key), CKR_OK) << type;
         CK_BYTE signature[1024];
         CK_ULONG length = sizeof signature;
