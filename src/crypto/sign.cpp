@@ -126,16 +126,17 @@ CK_RV computeSignature(const ExportCall& call, const SessionAccess& session,
     }
     SecretBytes digest;
     if (mechanism->isRaw()) {
+        // Checked before the input is read at all.
+        if (CK_RV rv = requireDeviceLength(call, length, CKR_DATA_LEN_RANGE, "ulDataLen");
+            rv != CKR_OK) {
+            return rv;
+        }
         if (isFips1403Session(session)) {
             const std::string refusal = fipsRefusalOfRawInput(mechanism->type, data, length);
             if (!refusal.empty()) {
                 endOperation(operation);
                 return rejectWithLine(CKR_MECHANISM_INVALID, refusal);
             }
-        }
-        if (CK_RV rv = requireDeviceLength(call, length, CKR_DATA_LEN_RANGE, "ulDataLen");
-            rv != CKR_OK) {
-            return rv;
         }
     } else {
         OnePassHash hash =

@@ -1,5 +1,7 @@
 // The operation context as every cryptographic entry point uses it: which Init may follow what,
 // the session states each checks, and unknown session handles.
+#include <climits>
+
 #include "crypto_fixture.h"
 
 namespace {
@@ -96,6 +98,50 @@ TEST_F(OperationContextTest, UnknownAndWideSessionHandlesAreRefused) {
         }
     }
     EXPECT_EQ(dd::calls().size(), dd::callCount("getConnectedDeviceList"));
+}
+
+// Lengths no int argument of the device can carry are refused before anything is read: the
+// buffers here are one byte long.
+TEST_F(OperationContextTest, LengthsBeyondTheDevicesIntAreRefusedUnread) {
+    CK_BYTE b[1] = {0x30};
+    CK_ULONG n = 0;
+    const CK_ULONG huge = static_cast<CK_ULONG>(INT_MAX) + 1;
+    const std::string hugeText = std::to_string(huge);
+    CK_MECHANISM rsa = mechanism(CKM_RSA_PKCS);
+    std::string pin = dd::kDefaultUserPin;
+    ASSERT_EQ(C_Login(session, CKU_USER, reinterpret_cast<CK_BYTE_PTR>(pin.data()), pin.size()),
+              CKR_OK);
+    ASSERT_EQ(C_SignInit(session, &rsa, kRsaPrivate), CKR_OK);
+    ASSERT_EQ(C_VerifyInit(open(kFipsSlot, kReadWrite), &rsa, kRsaPublic), CKR_OK);
+    const CK_SESSION_HANDLE verifying = session + 1;
+    ASSERT_EQ(C_EncryptInit(open(kFipsSlot, kReadWrite), &rsa, kRsaPublic), CKR_OK);
+    const CK_SESSION_HANDLE encrypting = session + 2;
+    ASSERT_EQ(C_DecryptInit(open(kFipsSlot, kReadWrite), &rsa, kRsaPrivate), CKR_OK);
+    const CK_SESSION_HANDLE decrypting = session + 3;
+    forget();
+    expectAnswer(C_Sign(session, b, huge, nullptr, &n), CKR_DATA_LEN_RANGE,
+                 {infoLine("C_Sign"), infoLine("sign echanism : 1"),
+                  errorLine("C_Sign: ulDataLen too long for the device, ulDataLen=" + hugeText)});
+    expectAnswer(C_Verify(verifying, b, 1, b, huge), CKR_SIGNATURE_LEN_RANGE,
+                 refused("C_Verify",
+                         "C_Verify: ulSignatureLen too long for the device, "
+                         "ulSignatureLen=" +
+                             hugeText));
+    expectAnswer(C_Encrypt(encrypting, b, huge, nullptr, &n), CKR_DATA_LEN_RANGE,
+                 refused("C_Encrypt",
+                         "C_Encrypt: ulDataLen too long for the device, ulDataLen=" + hugeText));
+    expectAnswer(C_Decrypt(decrypting, b, huge, nullptr, &n), CKR_ENCRYPTED_DATA_LEN_RANGE,
+                 refused("C_Decrypt",
+                         "C_Decrypt: ulEncryptedDataLen too long for the device, "
+                         "ulEncryptedDataLen=" +
+                             hugeText));
+    CK_ECDH1_DERIVE_PARAMS parameters{CKD_NULL, 0, nullptr, huge, b};
+    CK_MECHANISM ecdh{CKM_ECDH1_DERIVE, &parameters, sizeof parameters};
+    CK_OBJECT_HANDLE derived = 0;
+    expectAnswer(C_DeriveKey(session, &ecdh, kEcPrivate, nullptr, 0, &derived),
+                 CKR_MECHANISM_PARAM_INVALID, {infoLine("C_DeriveKey")});
+    EXPECT_EQ(dd::calls().size(), dd::callCount("getConnectedDeviceList"));
+    EXPECT_EQ(activeOperation(session), 5u);
 }
 
 }  // namespace

@@ -90,7 +90,8 @@ std::vector<EntryPoint> unsupportedEntryPoints() {
          [] { return C_DecryptVerifyUpdate(0, nullptr, 0, nullptr, nullptr); }},
         {"C_GenerateKey", [] { return C_GenerateKey(0, nullptr, nullptr, 0, nullptr); }},
         {"C_WrapKey", [] { return C_WrapKey(0, nullptr, 0, 0, nullptr, nullptr); }},
-        {"C_UnwrapKey", [] { return C_UnwrapKey(0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr); }},
+        {"C_UnwrapKey",
+         [] { return C_UnwrapKey(0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr); }},
         {"C_SeedRandom", [] { return C_SeedRandom(0, nullptr, 0); }},
         {"C_GetFunctionStatus", [] { return C_GetFunctionStatus(0); }},
         {"C_CancelFunction", [] { return C_CancelFunction(0); }},
@@ -124,7 +125,8 @@ TEST(EntryPoints, UnsupportedEntriesOnlyLogTheirNameBeforeAndAfterInitialise) {
         for (const EntryPoint& entry : unsupportedEntryPoints()) {
             log.newLines();
             EXPECT_EQ(entry.callWithNullArguments(), CKR_FUNCTION_NOT_SUPPORTED) << entry.name;
-            EXPECT_EQ(log.newLines(), std::vector<std::string>{infoLine(entry.name)}) << entry.name;
+            EXPECT_EQ(log.newLines(), std::vector<std::string>{infoLine(entry.name)})
+                << entry.name;
         }
     }
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
