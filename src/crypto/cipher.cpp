@@ -10,6 +10,7 @@
 #include "crypto/operation_rules.h"
 #include "crypto/operation_support.h"
 #include "device/device_failure.h"
+#include "objects/key_types.h"
 #include "objects/object_handles.h"
 #include "objects/object_registry.h"
 
@@ -17,21 +18,6 @@ namespace {
 
 // The room the device encrypts into.
 constexpr int kCiphertextArea = 1024;
-
-// The device's EncryptionType for each key-type code of a pair; any other code encrypts as
-// RSA-2048.
-struct EncryptionTypeRule {
-    std::int32_t keyType;
-    EncryptionType encryptionType;
-};
-
-constexpr EncryptionTypeRule kEncryptionTypes[] = {
-    {kKeyTypeRsa1024, kEncryptionRsa1024},
-    {kKeyTypeRsa2048, kEncryptionRsa2048},
-    {kKeyTypeRsa3072, kEncryptionRsa3072},
-    {kKeyTypeRsa4096, kEncryptionRsa4096},
-};
-constexpr EncryptionType kDefaultEncryptionType = kEncryptionRsa2048;
 
 // The device's PaddingMode for each cipher mechanism.
 struct PaddingRule {
@@ -43,13 +29,6 @@ constexpr PaddingRule kPaddings[] = {
     {CKM_RSA_PKCS, kPaddingPkcs1},
     {CKM_RSA_PKCS_OAEP, kPaddingOaep},
 };
-
-EncryptionType encryptionTypeOf(std::int32_t keyType) {
-    const auto found =
-        std::find_if(std::begin(kEncryptionTypes), std::end(kEncryptionTypes),
-                     [keyType](const EncryptionTypeRule& rule) { return rule.keyType == keyType; });
-    return found == std::end(kEncryptionTypes) ? kDefaultEncryptionType : found->encryptionType;
-}
 
 // The mechanisms C_EncryptInit and C_DecryptInit accept, with the padding each asks of the
 // device; nothing for any other mechanism.
@@ -192,10 +171,10 @@ CK_RV encryptOnDevice(const ExportCall& call, OperationContext& operation,
     const ByteVector publicKey = rsaSubjectPublicKeyInfo(keyPair);
     unsigned char area[kCiphertextArea] = {};
     int ciphertextLength = 0;
-    const int result =
-        ostrel_encrypt(encryptionTypeOf(keyPair.keyType), paddingOf(operation.cipherMechanism),
-                       data, deviceLength(length), area, &ciphertextLength, publicKey.data(),
-                       deviceLength(publicKey.size()), call.instance());
+    const int result = ostrel_encrypt(
+        keyTypeTraits(keyPair.keyType).encryptionType, paddingOf(operation.cipherMechanism), data,
+        deviceLength(length), area, &ciphertextLength, publicKey.data(),
+        deviceLength(publicKey.size()), call.instance());
     if (result != 0) {
         // Unlike a failed decryption, this ends the operation: compatibility register,
         // entry 41.
@@ -211,7 +190,7 @@ CK_RV decryptOnDevice(const ExportCall& call, const SessionAccess& session,
                       const unsigned char* data, std::size_t length) {
     OperationContext& operation = session.operation();
     const OstrelKeyPair& keyPair = operation.keyPair.value();
-    const SecretString password = storedUserPassword(call.state());
+    const SecretString password = userPasswordOf(call.state());
     unsigned char* plaintext = nullptr;
     int plaintextLength = 0;
     // The mechanism is not passed: the device finds the padding itself.

@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
+#include "core/template_values.h"
 #include "crypto/crypto_operations.h"
 #include "crypto/operation_support.h"
-#include "crypto/template_values.h"
 #include "objects/object_handles.h"
 #include "objects/object_registry.h"
 
@@ -149,7 +149,7 @@ CK_RV deriveKey(ExportCall& call, CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR p
             unsigned char* derived = nullptr;
             int derivedLength = 0;
             const int result = ostrel_ecdhDerive(
-                session.deviceId(), keyPair->keyReference, storedUserPassword(call.state()).c_str(),
+                session.deviceId(), keyPair->keyReference, userPasswordOf(call.state()).c_str(),
                 parameters->pPublicData, deviceLength(parameters->ulPublicDataLen), &derived,
                 &derivedLength, call.instance());
             if (result != 0 || derived == nullptr || derivedLength < 1) {

@@ -7,11 +7,12 @@
 #include <cstring>
 #include <string>
 
+#include "core/template_values.h"
 #include "crypto/crypto_operations.h"
 #include "crypto/operation_rules.h"
 #include "crypto/operation_support.h"
-#include "crypto/template_values.h"
 #include "device/device_failure.h"
+#include "objects/key_types.h"
 #include "objects/object_handles.h"
 
 namespace {
@@ -23,33 +24,6 @@ constexpr std::size_t kTemplateBytesKept = 128;
 constexpr std::initializer_list<CK_STATE> kStatesForGeneration = {
     CKS_RW_PUBLIC_SESSION, CKS_RW_USER_FUNCTIONS, CKS_RW_SO_FUNCTIONS};
 
-// The named curves, as their CKA_EC_PARAMS DER (an OBJECT IDENTIFIER), compared byte for byte.
-constexpr unsigned char kP256[] = {0x06, 0x08, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
-constexpr unsigned char kP384[] = {0x06, 0x05, 0x2B, 0x81, 0x04, 0x00, 0x22};
-constexpr unsigned char kP521[] = {0x06, 0x05, 0x2B, 0x81, 0x04, 0x00, 0x23};
-
-struct Curve {
-    const unsigned char* der;
-    std::size_t length;
-    std::int32_t keyType;
-};
-
-constexpr Curve kCurves[] = {
-    {kP256, sizeof kP256, kKeyTypeEcP256},
-    {kP384, sizeof kP384, kKeyTypeEcP384},
-    {kP521, sizeof kP521, kKeyTypeEcP521},
-};
-
-struct ModulusSize {
-    CK_ULONG bits;
-    std::int32_t keyType;
-};
-
-constexpr ModulusSize kModulusSizes[] = {
-    {2048, kKeyTypeRsa2048},
-    {3072, kKeyTypeRsa3072},
-    {4096, kKeyTypeRsa4096},
-};
 constexpr CK_ULONG kRefusedModulusBits = 1024;
 
 // Without CKA_MODULUS_BITS an RSA pair is 2048 bits; without CKA_EC_PARAMS an EC pair is P-256.
@@ -117,27 +91,23 @@ CK_RV readModulusBits(const ExportCall& call, const CK_ATTRIBUTE& attribute,
                            "RSA-1024 key generation not allowed \xE2\x80\x94 key size below "
                            "112-bit security strength");
     }
-    const auto size =
-        std::find_if(std::begin(kModulusSizes), std::end(kModulusSizes),
-                     [&](const ModulusSize& candidate) { return candidate.bits == *bits; });
-    if (size == std::end(kModulusSizes)) {
+    const KeyTypeTraits* size = keyTypeOfModulusBits(*bits);
+    if (size == nullptr) {
         return call.reject(CKR_MECHANISM_INVALID,
                            "unsupported RSA modulusBits=" + decimalText(*bits));
     }
-    record.keyType = size->keyType;
+    record.keyType = size->code;
     return CKR_OK;
 }
 
 CK_RV readCurve(const ExportCall& call, const CK_ATTRIBUTE& attribute, OstrelKeyPair& record) {
-    const auto* value = static_cast<const unsigned char*>(attribute.pValue);
-    const auto curve = std::find_if(std::begin(kCurves), std::end(kCurves), [&](const Curve& c) {
-        return c.length == attribute.ulValueLen && std::equal(c.der, c.der + c.length, value);
-    });
-    if (curve == std::end(kCurves)) {
+    const KeyTypeTraits* curve = keyTypeOfCurve(static_cast<const unsigned char*>(attribute.pValue),
+                                                static_cast<std::size_t>(attribute.ulValueLen));
+    if (curve == nullptr) {
         return call.reject(CKR_MECHANISM_INVALID,
                            "unknown EC param (len=" + decimalText(attribute.ulValueLen) + ")");
     }
-    record.keyType = curve->keyType;
+    record.keyType = curve->code;
     return CKR_OK;
 }
 
@@ -223,7 +193,7 @@ CK_RV generateKeyPair(ExportCall& call, CK_SESSION_HANDLE hSession, CK_MECHANISM
             return rv;
         }
         const int result = ostrel_generateKeyPair(
-            session.deviceId(), storedUserPassword(call.state()).c_str(), &record, call.instance());
+            session.deviceId(), userPasswordOf(call.state()).c_str(), &record, call.instance());
         if (result != 0) {
             return reportDeviceFailure("Generate key pair failed : ", result,
                                        FullTokenAnswer::DeviceMemory);

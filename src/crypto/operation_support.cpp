@@ -32,11 +32,6 @@ CK_RV rejectWithLine(CK_RV rv, const std::string& line) {
     return rv;
 }
 
-SecretString storedUserPassword(ModuleState& state) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
-    return state.userPassword;
-}
-
 bool isFips1403Session(const SessionAccess& session) {
     return isFips1403Token(session.token().model);
 }

@@ -18,6 +18,7 @@
 #include "sessions/operation_context.h"
 #include "sessions/secret_string.h"
 #include "sessions/session_access.h"
+#include "sessions/user_password.h"
 
 // The device library's lengths are int: no argument may carry more than this.
 constexpr std::size_t kMaxDeviceLength = INT_MAX;
@@ -36,10 +37,6 @@ CK_RV requireDeviceLength(const ExportCall& call, std::size_t length, CK_RV rv,
 // Logs a refusal whose line does not start with the function's name, and answers rv. Such
 // lines are kept as they are: compatibility register, entry 40.
 CK_RV rejectWithLine(CK_RV rv, const std::string& line);
-
-// A copy of the logged-in user's PIN (empty when nobody is logged in), taken under the table
-// lock so that the lock is not held while the device uses it. Wiped when the copy goes.
-SecretString storedUserPassword(ModuleState& state);
 
 // True when the session's token is in FIPS 140-3 mode, and when its firmware is recent enough
 // for the gated mechanisms (RSA-PSS, RSA-OAEP, ECDH); versions compare as atoi reads their

@@ -150,7 +150,7 @@ CK_RV computeSignature(const ExportCall& call, const SessionAccess& session,
         data = digest.data();
         length = digest.size();
     }
-    const SecretString password = storedUserPassword(call.state());
+    const SecretString password = userPasswordOf(call.state());
     logInfo("Sign: password empty=" + std::string(password.empty() ? "1" : "0") +
             " hashLen=" + decimalText(length) + " session state=" + decimalText(session.state()));
     logInfo("Sign input hash : " +
@@ -320,7 +320,7 @@ CK_RV signFinal(ExportCall& call, CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSigna
                 return rv;
             }
             SecretBytes signature;
-            const int result = signOnDevice(call, session, storedUserPassword(call.state()),
+            const int result = signOnDevice(call, session, userPasswordOf(call.state()),
                                             operation.bufferedData.data(),
                                             operation.bufferedData.size(), signature);
             wipeAndClear(operation.bufferedData);

@@ -6,12 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "core/template_values.h"
 #include "device/ostrel_device.h"
 #include "objects/attribute_table.h"
+#include "objects/key_types.h"
 #include "objects/object_functions.h"
 #include "objects/object_handles.h"
 #include "objects/object_registry.h"
-#include "objects/template_values.h"
 #include "sessions/session_access.h"
 #include "sessions/user_password.h"
 
@@ -93,7 +94,7 @@ Bytes valueOf(AttributeSource source, const ObjectView& object) {
         case AttributeSource::KeyType:
             return numberBytes(object.keyType->keyType);
         case AttributeSource::ModulusBits:
-            return numberBytes(object.keyType->modulusBits);
+            return numberBytes(object.keyType->bits);
         case AttributeSource::KeyGenMechanism:
             return numberBytes(object.keyType->keyGenMechanism);
         case AttributeSource::Label:

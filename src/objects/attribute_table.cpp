@@ -45,39 +45,10 @@ const AttributeRow kAttributeTable[] = {
     {CKA_EC_POINT, {S::EcPoint, S::Empty}},
 };
 
-// OIDs of the named curves, DER encoded.
-const std::vector<unsigned char> kP256 = {0x06, 0x08, 0x2A, 0x86, 0x48,
-                                          0xCE, 0x3D, 0x03, 0x01, 0x07};
-const std::vector<unsigned char> kP384 = {0x06, 0x05, 0x2B, 0x81, 0x04, 0x00, 0x22};
-const std::vector<unsigned char> kP521 = {0x06, 0x05, 0x2B, 0x81, 0x04, 0x00, 0x23};
-
-// Only EC pairs name their generation mechanism; RSA pairs report 0, which is also
-// CKM_RSA_PKCS_KEY_PAIR_GEN.
-const KeyTypeTraits kKeyTypes[] = {
-    {1, CKK_RSA, 1024, 0, {}},
-    {2, CKK_RSA, 2048, 0, {}},
-    {3, CKK_RSA, 3072, 0, {}},
-    {4, CKK_RSA, 4096, 0, {}},
-    {5, CKK_EC, 256, CKM_EC_KEY_PAIR_GEN, kP256},
-    {6, CKK_EC, 384, CKM_EC_KEY_PAIR_GEN, kP384},
-    {7, CKK_EC, 521, CKM_EC_KEY_PAIR_GEN, kP521},
-};
-constexpr std::int32_t kDefaultKeyTypeCode = 2;
-
 }  // namespace
 
 AttributeSources attributeSources(CK_ATTRIBUTE_TYPE type) {
     const auto row = std::find_if(std::begin(kAttributeTable), std::end(kAttributeTable),
                                   [type](const AttributeRow& each) { return each.type == type; });
     return row == std::end(kAttributeTable) ? AttributeSources{S::False, S::False} : row->sources;
-}
-
-const KeyTypeTraits& keyTypeTraits(std::int32_t code) {
-    const auto found =
-        std::find_if(std::begin(kKeyTypes), std::end(kKeyTypes),
-                     [code](const KeyTypeTraits& each) { return each.code == code; });
-    if (found != std::end(kKeyTypes)) {
-        return *found;
-    }
-    return keyTypeTraits(kDefaultKeyTypeCode);
 }

@@ -4,9 +4,6 @@
 // The table is lenient on purpose (compatibility register, entry 20).
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
 #include "cryptoki/cryptoki.h"
 
 // Where an attribute's value comes from.
@@ -46,15 +43,3 @@ struct AttributeSources {
 
 // The sources of an attribute type; {False, False} for a type the table does not list.
 AttributeSources attributeSources(CK_ATTRIBUTE_TYPE type);
-
-// What a key pair's keyType code means.
-struct KeyTypeTraits {
-    std::int32_t code;
-    CK_KEY_TYPE keyType;
-    CK_ULONG modulusBits;
-    CK_MECHANISM_TYPE keyGenMechanism;
-    std::vector<unsigned char> ecParams;
-};
-
-// The traits of a keyType code; unknown codes read as RSA-2048.
-const KeyTypeTraits& keyTypeTraits(std::int32_t code);

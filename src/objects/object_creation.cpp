@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "core/secret_bytes.h"
+#include "core/template_values.h"
 #include "device/device_failure.h"
 #include "device/ostrel_device.h"
 #include "objects/certificate_chain.h"
 #include "objects/object_functions.h"
 #include "objects/object_handles.h"
 #include "objects/object_registry.h"
-#include "objects/template_values.h"
 #include "sessions/session_access.h"
 #include "sessions/user_password.h"
 
@@ -43,8 +43,7 @@ SecretBytes secretBytes(const CK_ATTRIBUTE& attribute) {
     return SecretBytes(bytes, bytes + attribute.ulValueLen);
 }
 
-// Numbers (class, key type) count only at the width of CK_ULONG; a value of another width is
-// taken as absent.
+// Numbers (class, key type) are read as CK_ULONG; a shorter value is taken as absent.
 CreateTemplate readTemplate(const CK_ATTRIBUTE* pTemplate, CK_ULONG ulCount) {
     CreateTemplate read;
     for (CK_ULONG i = 0; i < ulCount; ++i) {

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "core/list_output.h"
+#include "core/template_values.h"
 #include "crypto/hex_der.h"
 #include "crypto/operation_rules.h"
 #include "device/ostrel_device.h"
 #include "objects/object_functions.h"
 #include "objects/object_handles.h"
 #include "objects/object_registry.h"
-#include "objects/template_values.h"
 #include "sessions/login_rules.h"
 #include "sessions/session_access.h"
 
@@ -66,7 +66,9 @@ CK_RV readCriteria(const ExportCall& call, const CK_ATTRIBUTE* pTemplate, CK_ULO
         switch (attribute.type) {
             case CKA_CLASS: {
                 // As wide as CK_ULONG, and no other width (compatibility register, entry 23).
-                const std::optional<CK_ULONG> objectClass = templateNumber(attribute);
+                const std::optional<CK_ULONG> objectClass = attribute.ulValueLen == sizeof(CK_ULONG)
+                                                                ? templateNumber(attribute)
+                                                                : std::nullopt;
                 if (!objectClass) {
                     return call.reject(CKR_ATTRIBUTE_VALUE_INVALID,
                                        "wrong size for CKA_CLASS at index=" + decimalText(i) +

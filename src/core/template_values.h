@@ -13,10 +13,11 @@ inline bool hasValue(const CK_ATTRIBUTE& attribute) {
     return attribute.pValue != nullptr && attribute.ulValueLen != 0;
 }
 
-// A number (class, key type, bit count) as wide as CK_ULONG: 4 bytes on Windows, 8 on 64-bit
-// Linux, the width NSS, OpenSSL and pkcs11-tool pass. A value of any other width is no number.
+// A number (class, key type, bit count, value length) is a CK_ULONG: 4 bytes on Windows, 8 on
+// 64-bit Linux, the width NSS, OpenSSL and pkcs11-tool pass. A shorter value is not read and
+// counts as absent (compatibility register, entry 36).
 inline std::optional<CK_ULONG> templateNumber(const CK_ATTRIBUTE& attribute) {
-    if (attribute.pValue == nullptr || attribute.ulValueLen != sizeof(CK_ULONG)) {
+    if (attribute.pValue == nullptr || attribute.ulValueLen < sizeof(CK_ULONG)) {
         return std::nullopt;
     }
     CK_ULONG value = 0;
