@@ -3,6 +3,8 @@
 # keys on a software token and on a SoftHSMv2 token, and measures both next to raw libcrypto.
 #   bench/run-p11bench.sh            the full run (about a minute per module)
 #   bench/run-p11bench.sh --short    a few milliseconds per scenario: proves that it runs
+# Further arguments go to p11bench (for example --only "SHA-256", --seconds 5).
+# With P11BENCH_PROFILE=perf the run is recorded by perf (perf.data in the current folder).
 set -eu
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh bench
@@ -12,10 +14,11 @@ objects=1000
 if [ "${1:-}" = "--short" ]; then
     seconds=0.02
     objects=50
+    shift
 fi
 
 build=$PWD/build/bench
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF \
     -DOSTREL_BUILD_BENCHMARKS=ON >/dev/null
 cmake --build "$build" -j "$(nproc)" --target ostrel-pkcs11 ostrel_softtoken ostrel-token p11bench
 
@@ -59,6 +62,10 @@ if [ -f "$softhsm" ]; then
     modules="$modules --module softhsm=$softhsm:destroy-derived"
 fi
 
+profiler=""
+if [ "${P11BENCH_PROFILE:-}" = perf ]; then
+    profiler="perf record -e cpu-clock -g -o $PWD/perf.data --"
+fi
 # shellcheck disable=SC2086
-"$build/bench/p11bench" --keys "$work/keys" --pin "$pin" --objects "$objects" \
-    --seconds "$seconds" $modules
+$profiler "$build/bench/p11bench" --keys "$work/keys" --pin "$pin" --objects "$objects" \
+    --seconds "$seconds" $modules "$@"

@@ -1,7 +1,7 @@
 // p11bench: PKCS #11 modules side by side with raw libcrypto, on the same keys, in one run.
 //
 //   p11bench --keys DIR --pin PIN --module NAME=PATH[:destroy-derived] [--module ...]
-//            [--objects N] [--seconds S]
+//            [--objects N] [--seconds S] [--only TEXT]
 //
 // DIR holds rsa2048.pem, rsa3072.pem, p256.pem and p256-peer.pem; every module's first token
 // holds the first three under the labels bench-rsa2048, bench-rsa3072 and bench-p256 (see
@@ -26,12 +26,14 @@ struct Options {
     std::vector<StackOptions> modules;
     std::size_t objects = 1000;
     double seconds = 1.0;
+    std::string only;  // runs only the scenarios whose name holds this text
 };
 
 [[noreturn]] void usage(const char* problem) {
     std::fprintf(stderr,
                  "p11bench: %s\nusage: p11bench --keys DIR --pin PIN "
-                 "--module NAME=PATH[:destroy-derived]... [--objects N] [--seconds S]\n",
+                 "--module NAME=PATH[:destroy-derived]... [--objects N] [--seconds S] "
+                         "[--only TEXT]\n",
                  problem);
     std::exit(2);
 }
@@ -50,6 +52,8 @@ Options parse(int argc, char** argv) {
             options.pin = value;
         } else if (argument == "--objects") {
             options.objects = std::stoul(value);
+        } else if (argument == "--only") {
+            options.only = value;
         } else if (argument == "--seconds") {
             options.seconds = std::stod(value);
         } else if (argument == "--module") {
@@ -117,6 +121,9 @@ int main(int argc, char** argv) {
         }
         std::printf("  target\n");
         for (const Scenario& scenario : makeScenarios(keys, true)) {
+            if (scenario.name.find(options.only) == std::string::npos) {
+                continue;
+            }
             std::printf("%-40s", scenario.name.c_str());
             std::optional<double> reference;
             if (scenario.reference) {

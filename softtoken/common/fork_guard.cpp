@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <vector>
 
 namespace softtoken {
@@ -28,6 +29,8 @@ void prepareFork() {
     }
 }
 
+std::atomic<unsigned> generation{0};
+
 void resumeAfterFork() {
     Guarded& all = guarded();
     for (std::mutex* mutex : all.mutexes) {
@@ -36,11 +39,16 @@ void resumeAfterFork() {
     all.registryMutex.unlock();
 }
 
+void resumeInChild() {
+    generation.fetch_add(1);
+    resumeAfterFork();
+}
+
 }  // namespace
 
 void guardAcrossFork(std::mutex* mutex) {
     static std::once_flag handlers;
-    std::call_once(handlers, [] { pthread_atfork(prepareFork, resumeAfterFork, resumeAfterFork); });
+    std::call_once(handlers, [] { pthread_atfork(prepareFork, resumeAfterFork, resumeInChild); });
     Guarded& all = guarded();
     std::lock_guard<std::mutex> lock(all.registryMutex);
     all.mutexes.push_back(mutex);
@@ -51,6 +59,10 @@ void stopGuardingAcrossFork(std::mutex* mutex) {
     std::lock_guard<std::mutex> lock(all.registryMutex);
     all.mutexes.erase(std::remove(all.mutexes.begin(), all.mutexes.end(), mutex),
                       all.mutexes.end());
+}
+
+unsigned forkGeneration() {
+    return generation.load(std::memory_order_relaxed);
 }
 
 }  // namespace softtoken

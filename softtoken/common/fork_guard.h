@@ -11,4 +11,9 @@ namespace softtoken {
 void guardAcrossFork(std::mutex* mutex);
 void stopGuardingAcrossFork(std::mutex* mutex);
 
+// Counts the fork() children this process descends from: a value that differs from one read
+// earlier means this is a child of the process that read it. Cheaper than getpid(), which is a
+// system call.
+unsigned forkGeneration();
+
 }  // namespace softtoken

@@ -1,7 +1,5 @@
 #include "store/token_store.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <utility>
 #include <vector>
@@ -19,6 +17,12 @@ namespace {
 
 std::atomic<std::uint64_t> nextGeneration{1};
 
+// A writer that dies between its commit and its count leaves the counter behind the store:
+// the snapshot is checked with SQLite at least this often anyway, and the clock is read only
+// every few calls, so that the common case stays free of system calls.
+constexpr auto kFullCheckPeriod = std::chrono::seconds(1);
+constexpr unsigned kCallsPerClockCheck = 16;
+
 }  // namespace
 
 TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) {
@@ -31,12 +35,12 @@ TokenStore::~TokenStore() {
 }
 
 int TokenStore::openLocked() {
-    pid_t self = getpid();
-    if (database_ != nullptr && owner_ == self) {
+    const unsigned self = forkGeneration();
+    if (database_ != nullptr && ownerForkGeneration_ == self) {
         return kOk;
     }
     // A connection inherited through fork() belongs to the parent: leave it untouched.
-    dropLocked(owner_ == self);
+    dropLocked(ownerForkGeneration_ == self);
     std::string path = prepareStoreFile(folder_);
     // A store that cannot be opened cannot be read: to the caller its devices are unreachable.
     if (path.empty()) {
@@ -52,7 +56,8 @@ int TokenStore::openLocked() {
     }
     database_ = std::move(database);
     dataVersionQuery_ = std::move(query);
-    owner_ = self;
+    changes_ = std::make_unique<ChangeCounter>(folder_);
+    ownerForkGeneration_ = self;
     return kOk;
 }
 
@@ -65,21 +70,41 @@ void TokenStore::dropLocked(bool closeConnection) {
     }
     dataVersionQuery_.reset();
     database_.reset();
+    changes_.reset();
     snapshot_.reset();
     snapshotDataVersion_ = -1;
 }
 
 void TokenStore::close() {
     std::lock_guard<std::mutex> lock(mutex_);
-    dropLocked(owner_ == getpid());
+    dropLocked(ownerForkGeneration_ == forkGeneration());
+}
+
+bool TokenStore::snapshotIsCurrentLocked() {
+    if (snapshot_ == nullptr || database_ == nullptr || changes_ == nullptr ||
+        !changes_->active() || ownerForkGeneration_ != forkGeneration() ||
+        ownWrites_ != snapshotOwnWrites_ || changes_->read() != snapshotChanges_) {
+        return false;
+    }
+    if (++callsSinceClockCheck_ < kCallsPerClockCheck) {
+        return true;
+    }
+    callsSinceClockCheck_ = 0;
+    return std::chrono::steady_clock::now() - lastFullCheck_ < kFullCheckPeriod;
 }
 
 int TokenStore::snapshot(SnapshotPtr& out) {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (snapshotIsCurrentLocked()) {
+        out = snapshot_;
+        return kOk;
+    }
     int opened = openLocked();
     if (opened != kOk) {
         return opened;
     }
+    // Read before SQLite is asked: a commit that lands in between makes the next call check.
+    const std::uint64_t changes = changes_->active() ? changes_->read() : 0;
     dataVersionQuery_->reset();
     std::int64_t dataVersion = dataVersionQuery_->step() ? dataVersionQuery_->integer(0) : -1;
     dataVersionQuery_->reset();
@@ -97,6 +122,9 @@ int TokenStore::snapshot(SnapshotPtr& out) {
         snapshotDataVersion_ = dataVersion;
         snapshotOwnWrites_ = ownWrites_;
     }
+    snapshotChanges_ = changes;
+    lastFullCheck_ = std::chrono::steady_clock::now();
+    callsSinceClockCheck_ = 0;
     out = snapshot_;
     return kOk;
 }
@@ -127,6 +155,7 @@ int TokenStore::write(const std::function<int(Database&)>& change) {
         return kStoreWriteFailed;
     }
     ++ownWrites_;
+    changes_->bump();
     return kOk;
 }
 

@@ -4,12 +4,14 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 
+#include "store/change_counter.h"
 #include "store/records.h"
 
 namespace softtoken {
@@ -26,8 +28,10 @@ public:
 
     const std::string& folder() const { return folder_; }
 
-    // The current snapshot. Costs one PRAGMA data_version when nothing changed, so the hot
-    // paths (device list, key lists, signing) call it freely.
+    // The current snapshot. When the shared change counter says nothing was committed since it
+    // was read, it costs no system call at all, so the hot paths (device list, key lists,
+    // hashing, signing) call it freely; otherwise one PRAGMA data_version tells, and only a
+    // real change reloads the snapshot.
     int snapshot(SnapshotPtr& out);
 
     // Runs change inside one BEGIN IMMEDIATE transaction and commits when it answers 0, so a
@@ -45,15 +49,21 @@ public:
 private:
     int openLocked();
     void dropLocked(bool closeConnection);
+    // True when the snapshot is known to be current without asking SQLite.
+    bool snapshotIsCurrentLocked();
 
     std::mutex mutex_;
     const std::string folder_;
     std::unique_ptr<Database> database_;
     std::unique_ptr<Statement> dataVersionQuery_;
-    pid_t owner_ = 0;
+    std::unique_ptr<ChangeCounter> changes_;
+    unsigned ownerForkGeneration_ = 0;  // the process that opened the connection
     std::uint64_t ownWrites_ = 0;
     std::int64_t snapshotDataVersion_ = -1;
     std::uint64_t snapshotOwnWrites_ = 0;
+    std::uint64_t snapshotChanges_ = 0;  // the change counter when the snapshot was checked
+    std::chrono::steady_clock::time_point lastFullCheck_;
+    unsigned callsSinceClockCheck_ = 0;
     SnapshotPtr snapshot_;
     std::function<void()> beforeCommit_;
 };

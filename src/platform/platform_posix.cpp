@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/platform_posix_internal.h"
 
 namespace platform {
 namespace {
@@ -31,32 +32,6 @@ const char* secureEnvironment(const char* name) {
 #else
     return std::getenv(name);
 #endif
-}
-
-// ---- log-level setting ----------------------------------------------------------------------
-
-std::atomic<const std::string*> settingsFileOverride{nullptr};
-
-std::string_view trimmed(std::string_view text) {
-    const std::string_view blanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    const std::size_t last = text.find_last_not_of(blanks);
-    return text.substr(first, last - first + 1);
-}
-
-// The registry value stands behind this setting on Windows, and only its first byte counts
-// there; the low byte of the number plays that part here, so 256 reads as 0 and 255 as -1.
-std::optional<std::int8_t> lowByteOf(std::string_view number) {
-    long long value = 0;
-    const char* end = number.data() + number.size();
-    const auto [stop, error] = std::from_chars(number.data(), end, value);
-    if (number.empty() || error != std::errc() || stop != end) {
-        return std::nullopt;
-    }
-    return static_cast<std::int8_t>(static_cast<std::uint8_t>(value & 0xFF));
 }
 
 // ---- log file --------------------------------------------------------------------------------
@@ -122,116 +97,6 @@ std::vector<std::string> pathComponents(std::string_view path) {
 }
 
 }  // namespace
-
-namespace {
-
-std::optional<std::int8_t> readLogLevelSetting(const std::string& path) {
-    try {
-        std::ifstream settings(path);
-        std::string line;
-        while (std::getline(settings, line)) {
-            std::string_view text = trimmed(line);
-            const std::string_view key = "logLevel";
-            if (text.substr(0, key.size()) != key) {
-                continue;
-            }
-            text = trimmed(text.substr(key.size()));
-            if (text.empty() || text.front() != '=') {
-                continue;
-            }
-            // The first logLevel line decides, even when it holds no number.
-            return lowByteOf(trimmed(text.substr(1)));
-        }
-    } catch (...) {
-    }
-    return std::nullopt;
-}
-
-// What the settings file held when it was last read, and how to recognise that file again: a
-// message reads the file anew only when its identity, size or times changed, so the common
-// case costs one stat() instead of an open, a read and a close.
-struct CachedSetting {
-    std::string path;
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    struct timespec modified {};
-    struct timespec changed {};
-    std::optional<std::int8_t> value;
-};
-
-struct SettingCache {
-    std::mutex mutex;
-    CachedSetting setting;  // guarded by mutex; an empty path: nothing cached
-};
-
-// Never destroyed: the monitor thread may still log while a process exits.
-SettingCache& settingCache() {
-    static SettingCache* const cache = new SettingCache();
-    return *cache;
-}
-
-bool sameTime(const struct timespec& a, const struct timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
-bool describesFile(const CachedSetting& cached, const std::string& path, const struct stat& file) {
-    return !cached.path.empty() && cached.path == path && cached.device == file.st_dev &&
-           cached.inode == file.st_ino && cached.size == file.st_size &&
-           sameTime(cached.modified, file.st_mtim) && sameTime(cached.changed, file.st_ctim);
-}
-
-// File times advance in clock ticks of a few milliseconds: a file changed twice within one tick
-// keeps its times (and perhaps its size). So a file is trusted to the cache only once it has
-// been left alone for longer than any tick; a file that was just written is read every time.
-bool settledLongAgo(const struct stat& file) {
-    struct timespec now {};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    const std::time_t newest = std::max(file.st_mtim.tv_sec, file.st_ctim.tv_sec);
-    return now.tv_sec - newest >= 2;
-}
-
-}  // namespace
-
-std::optional<std::int8_t> logLevelSettingFirstByte() {
-    try {
-        const std::string* override = settingsFileOverride.load();
-        const std::string path = override != nullptr ? *override : OSTREL_SETTINGS_FILE;
-        struct stat file {};
-        if (::stat(path.c_str(), &file) != 0) {
-            return std::nullopt;  // no settings file: nothing configured
-        }
-        SettingCache& cache = settingCache();
-        {
-            std::lock_guard<std::mutex> lock(cache.mutex);
-            if (describesFile(cache.setting, path, file)) {
-                return cache.setting.value;
-            }
-        }
-        const std::optional<std::int8_t> value = readLogLevelSetting(path);
-        std::lock_guard<std::mutex> lock(cache.mutex);
-        if (settledLongAgo(file)) {
-            cache.setting = CachedSetting{path,         file.st_dev,  file.st_ino, file.st_size,
-                                          file.st_mtim, file.st_ctim, value};
-        } else {
-            cache.setting.path.clear();
-        }
-        return value;
-    } catch (...) {
-        return std::nullopt;
-    }
-}
-
-void setSettingsFilePathForTesting(const std::string& path) {
-    // Earlier paths stay alive: a thread that is logging may still be reading one.
-    static std::vector<std::unique_ptr<const std::string>> paths;
-    if (path.empty()) {
-        settingsFileOverride.store(nullptr);
-        return;
-    }
-    paths.push_back(std::make_unique<const std::string>(path));
-    settingsFileOverride.store(paths.back().get());
-}
 
 std::string temporaryFolder() {
     std::string folder = "/tmp";
@@ -380,6 +245,7 @@ __attribute__((destructor)) void runUnloadHandler() {
     if (void (*handler)() = unloadHandler.exchange(nullptr)) {
         handler();
     }
+    stopSettingsWatcher();
 }
 }  // namespace
 

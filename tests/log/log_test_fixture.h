@@ -108,12 +108,20 @@ protected:
             writeSettings("logLevel=" + std::to_string(*level) + "\n");
         } else {
             fs::remove(settingsFile_);
+            platform::setSettingsFilePathForTesting(settingsFile_.string());
         }
 #endif
     }
 
 #if !defined(_WIN32)
+    // Writes the settings and tells the module to read them at once, as the tests of what the
+    // settings mean need; how a change is noticed on its own is tested apart.
     void writeSettings(const std::string& text) const {
+        writeSettingsUnannounced(text);
+        platform::setSettingsFilePathForTesting(settingsFile_.string());
+    }
+    // As an administrator changes the file: the module notices by itself.
+    void writeSettingsUnannounced(const std::string& text) const {
         std::ofstream(settingsFile_, std::ios::binary | std::ios::trunc) << text;
     }
 #endif
