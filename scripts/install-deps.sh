@@ -2,11 +2,14 @@
 # Installs, on Debian 12, what a task needs when something of it is missing.
 #   install-deps.sh demo   building the module and the software token, and the demo's clients
 #   install-deps.sh        everything the tests need (the demo's set, test frameworks, the
-#                          Windows cross toolchain and Wine, the end-to-end clients)
+#                          Windows cross toolchain and Wine, the end-to-end clients and the
+#                          applications of tests/e2e/apps with SoftHSM as their peer module)
 set -eu
 demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
 test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
-  python3 g++-mingw-w64-x86-64-posix wine wine64"
+  python3 g++-mingw-w64-x86-64-posix wine wine64
+  firefox-esr libnss3-tools softhsm2 libengine-pkcs11-openssl p11-kit openssh-client
+  openssh-server openjdk-17-jdk-headless iproute2 util-linux"
 case "${1:-test}" in
     demo) packages=$demo_packages ;;
     test) packages=$test_packages ;;
