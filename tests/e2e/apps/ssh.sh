@@ -12,8 +12,10 @@ make_token
 for key in rsa ec; do
     openssl x509 -in $key.pem -pubkey -noout >$key-public.pem
     ssh-keygen -i -m PKCS8 -f $key-public.pem >$key.pub
-    eval "${key}_fingerprint=\$(ssh-keygen -l -E sha256 -f $key.pub | cut -d' ' -f2)"
 done
+ssh_fingerprint() {
+    ssh-keygen -l -E sha256 -f "$1.pub" | cut -d' ' -f2
+}
 
 ssh-keygen -q -t ed25519 -N '' -f host_key
 port=$(free_port)
@@ -49,7 +51,7 @@ login() {
     how=$2
     shift 2
     cp $key.pub authorized_keys
-    eval "fingerprint=\$${key}_fingerprint"
+    fingerprint=$(ssh_fingerprint $key)
     before=$(grep -c "Accepted publickey for $user from 127.0.0.1 .* $fingerprint" sshd.log || true)
     output=$(timeout 60 ssh -F /dev/null -p "$port" -o UserKnownHostsFile="$WORK/known_hosts" \
         -o GlobalKnownHostsFile=/dev/null -o StrictHostKeyChecking=yes -o ConnectTimeout=20 \
@@ -69,7 +71,7 @@ background ssh-agent -D -a "$WORK/agent.sock" -P "$MODULE" >agent.log 2>&1
 wait_for agent.log SSH_AUTH_SOCK >/dev/null
 export SSH_AUTH_SOCK="$WORK/agent.sock"
 timeout 60 ssh-add -s "$MODULE" </dev/null >ssh-add.log 2>&1 || fail "ssh-add -s: $(cat ssh-add.log)"
-expect_in "$(ssh-add -l 2>&1 || true)" "$rsa_fingerprint" "$ec_fingerprint"
+expect_in "$(ssh-add -l 2>&1 || true)" "$(ssh_fingerprint rsa)" "$(ssh_fingerprint ec)"
 login rsa ssh-agent -o IdentityAgent="$WORK/agent.sock"
 login ec ssh-agent -o IdentityAgent="$WORK/agent.sock"
 finish
