@@ -15,7 +15,7 @@ case "${1:-test}" in
     demo) packages=$demo_packages ;;
     bench) packages="$demo_packages softhsm2" ;;
     test) packages=$test_packages ;;
-    *) echo "usage: $0 [demo|test]" >&2; exit 2 ;;
+    *) echo "usage: $0 [demo|bench|test]" >&2; exit 2 ;;
 esac
 missing=""
 for package in $packages; do

@@ -39,8 +39,10 @@ void releaseBeforeUnload() {
     }
     state->derivedKeys.wipeWithoutLocking();
     state->userPassword.clear();
-    if (monitorEnded) {
-        // An application that never called C_Finalize leaves its device instance too.
+    if (monitorEnded && !platform::processIsExiting()) {
+        // An application that never called C_Finalize leaves its device instance too. Not at
+        // exit: the device library's own dependencies may be gone by then, and the process
+        // frees everything anyway.
         if (const DeviceInstance instance = state->deviceInstance.exchange(nullptr)) {
             ostrel_releaseInstance(instance);
         }

@@ -103,6 +103,10 @@ bool onForkChild(void (*handler)());
 void onModuleUnload(void (*handler)());
 // Whether the unload handler may join a thread of the module: true on POSIX, false on Windows.
 bool threadsMayBeJoinedAtUnload();
+// True while the process is ending (exit() has begun), false while the module is merely being
+// unloaded. At exit the libraries the module uses may already have cleaned up after themselves
+// (OpenSSL does so from its exit handler), so the unload handler must not call into them.
+bool processIsExiting();
 // Takes (Windows) one reference to the module's own file, so that it stays loaded; does
 // nothing on POSIX. Each call is undone by one releaseModuleHold.
 void holdModuleLoaded();

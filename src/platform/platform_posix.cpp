@@ -257,6 +257,24 @@ bool threadsMayBeJoinedAtUnload() {
     return true;
 }
 
+namespace {
+std::atomic<bool> exiting{false};
+
+void markExiting() {
+    exiting.store(true);
+}
+
+// exit() runs the handlers registered with atexit() before the libraries' destructors, while
+// dlclose() runs the library's destructors first: the flag tells the two apart.
+__attribute__((constructor)) void watchForExit() {
+    std::atexit(&markExiting);
+}
+}  // namespace
+
+bool processIsExiting() {
+    return exiting.load();
+}
+
 void holdModuleLoaded() {}
 
 void releaseModuleHold() {}

@@ -168,6 +168,11 @@ bool threadsMayBeJoinedAtUnload() {
     return false;
 }
 
+// The unload handler on Windows calls into no other library either way.
+bool processIsExiting() {
+    return false;
+}
+
 void holdModuleLoaded() {
     HMODULE module = nullptr;
     // Without GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT this takes a reference, which the
