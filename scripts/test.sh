@@ -1,6 +1,8 @@
 #!/bin/sh
-# Builds and runs every test: the debug build, then the AddressSanitizer and ThreadSanitizer
-# builds, then the Windows DLL under Wine. Installs missing packages first.
+# Builds and runs every test: the debug build (unit, conformance, end-to-end and application
+# tests), then the AddressSanitizer and ThreadSanitizer builds, the Windows DLL under Wine, the
+# installation and Debian package, and the benchmark's short mode. Installs missing packages
+# first.
 set -eu
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
@@ -21,4 +23,7 @@ run_preset tsan
 if [ -x ./scripts/test-windows.sh ]; then
     ./scripts/test-windows.sh
 fi
+./scripts/test-package.sh
+echo "=== benchmark: short mode (proves that it runs; measures nothing)"
+./bench/run-p11bench.sh --short
 echo "=== all test legs passed"
