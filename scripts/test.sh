@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds and runs every test: the debug build (unit, conformance, end-to-end and application
-# tests), then the AddressSanitizer and ThreadSanitizer builds, the Windows DLL under Wine, the
+# tests), the module under Clang's lock analysis, the AddressSanitizer and ThreadSanitizer builds, the Windows DLL under Wine, the
 # installation and Debian package, and the benchmark's short mode. Installs missing packages
 # first.
 set -eu
@@ -18,6 +18,9 @@ run_preset() {
 }
 
 run_preset default
+echo "=== clang: the module built with Clang's thread-safety analysis of its locks"
+cmake --preset clang >/dev/null
+cmake --build --preset clang -j "$jobs" --target ostrel-pkcs11
 run_preset asan
 run_preset tsan
 if [ -x ./scripts/test-windows.sh ]; then

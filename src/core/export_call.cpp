@@ -6,9 +6,19 @@
 ExportCall::ExportCall(const char* name, ModuleState& state, Lock lock)
     : name_(name), state_(state) {
     if (lock == Lock::Shared) {
-        sharedLock_ = std::shared_lock<std::shared_mutex>(state.lifecycleMutex);
+        state.lifecycleMutex.lock_shared();
+        held_ = Held::Shared;
     } else {
-        exclusiveLock_ = std::unique_lock<std::shared_mutex>(state.lifecycleMutex);
+        state.lifecycleMutex.lock();
+        held_ = Held::Exclusive;
+    }
+}
+
+ExportCall::~ExportCall() {
+    if (held_ == Held::Exclusive) {
+        state_.lifecycleMutex.unlock();
+    } else {
+        releaseModuleLock();
     }
 }
 
@@ -22,8 +32,9 @@ CK_RV ExportCall::rejectNull(const char* argument) const {
 }
 
 void ExportCall::releaseModuleLock() {
-    if (sharedLock_.owns_lock()) {
-        sharedLock_.unlock();
+    if (held_ == Held::Shared) {
+        state_.lifecycleMutex.unlock_shared();
+        held_ = Held::None;
     }
 }
 

@@ -3,8 +3,6 @@
 // makes of its arguments, each logged as "<function>: <what is wrong>".
 #pragma once
 
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 
 #include "core/module_state.h"
@@ -15,7 +13,13 @@ class ExportCall {
 public:
     enum class Lock { Shared, Exclusive };
 
-    ExportCall(const char* name, ModuleState& state, Lock lock);
+    // Takes the module's lifecycle lock for the call: shared by every export, exclusive for
+    // C_Initialize and C_Finalize. (Which of the two is known only at run time, so the
+    // analysis of lock annotations does not follow this lock; nothing is guarded by it.)
+    ExportCall(const char* name, ModuleState& state, Lock lock) NO_THREAD_SAFETY_ANALYSIS;
+    ~ExportCall() NO_THREAD_SAFETY_ANALYSIS;
+    ExportCall(const ExportCall&) = delete;
+    ExportCall& operator=(const ExportCall&) = delete;
 
     const char* name() const { return name_; }
     ModuleState& state() const { return state_; }
@@ -33,15 +37,15 @@ public:
 
     // Lets C_Initialize and C_Finalize run while this call waits for something else (a slot
     // event): after this, only state that lives as long as the process may be used.
-    void releaseModuleLock();
+    void releaseModuleLock() NO_THREAD_SAFETY_ANALYSIS;
 
 private:
     CK_RV rejectNull(const char* argument) const;
 
     const char* name_;
     ModuleState& state_;
-    std::shared_lock<std::shared_mutex> sharedLock_;
-    std::unique_lock<std::shared_mutex> exclusiveLock_;
+    enum class Held { None, Shared, Exclusive };
+    Held held_ = Held::None;
 };
 
 // Turns the exception being handled into a logged CKR code: CKR_HOST_MEMORY when memory ran

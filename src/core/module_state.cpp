@@ -14,8 +14,7 @@ std::atomic<ModuleState*> currentState{nullptr};
 // could be using them.
 void startAfreshInForkChild() {
     ModuleState* inherited = currentState.load();
-    inherited->derivedKeys.wipeWithoutLocking();
-    inherited->userPassword.clear();
+    inherited->wipeSecretsWithoutLocking();
     currentState.store(new ModuleState());
 }
 
@@ -37,8 +36,7 @@ void releaseBeforeUnload() {
     } catch (...) {
         // A destructor must not throw; there is nothing left to report to.
     }
-    state->derivedKeys.wipeWithoutLocking();
-    state->userPassword.clear();
+    state->wipeSecretsWithoutLocking();
     if (monitorEnded && !platform::processIsExiting()) {
         // An application that never called C_Finalize leaves its device instance too. Not at
         // exit: the device library's own dependencies may be gone by then, and the process

@@ -9,9 +9,8 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
-#include <shared_mutex>
 
+#include "core/mutex.h"
 #include "device/ostrel_device.h"
 #include "objects/derived_keys.h"
 #include "sessions/secret_string.h"
@@ -22,21 +21,29 @@
 struct ModuleState {
     // Made by ostrel_createInstance; null means "not initialised".
     std::atomic<DeviceInstance> deviceInstance{nullptr};
-    std::shared_mutex lifecycleMutex;
+    SharedMutex lifecycleMutex;
+
+    Mutex tableMutex;
+    SlotTable slotTable GUARDED_BY(tableMutex);
+    SessionTable sessionTable GUARDED_BY(tableMutex);
+    SecretString userPassword GUARDED_BY(tableMutex);  // the PIN of the logged-in user
 
     // Serialises C_Login, C_Logout and C_SetPIN, device check included, so that userPassword
     // never ends up holding a PIN that a concurrent change has already replaced on the token.
-    std::mutex loginMutex;
-
-    std::mutex tableMutex;
-    SlotTable slotTable;        // guarded by tableMutex
-    SessionTable sessionTable;  // guarded by tableMutex
-    SecretString userPassword;  // guarded by tableMutex; the PIN of the logged-in user
+    Mutex loginMutex ACQUIRED_BEFORE(tableMutex);
 
     DeviceMonitor deviceMonitor;
 
     // The secret keys made by C_DeriveKey, with their own lock.
     DerivedKeyTable derivedKeys;
+
+    // Wipes the secrets held (derived keys, the user's PIN) where no other thread can be using
+    // them: the copy a fork() child inherited, or a module whose code is about to go away. Takes
+    // no lock: another thread of the parent may have held one at the fork.
+    void wipeSecretsWithoutLocking() NO_THREAD_SAFETY_ANALYSIS {
+        derivedKeys.wipeWithoutLocking();
+        userPassword.clear();
+    }
 };
 
 // The one state of this process. It is never destroyed: the monitor thread of an application

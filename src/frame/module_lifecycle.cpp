@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "core/mutex.h"
 #include "device/ostrel_device.h"
 
 CK_RV initializeModule(ExportCall& call) {
@@ -42,7 +43,7 @@ CK_RV finalizeModule(ExportCall& call) {
     state.deviceInstance.store(nullptr);
     {
         // Sessions are dropped without any device call and without a logout on the device.
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         state.slotTable.clear();
         state.sessionTable.clear();
         state.userPassword.clear();

@@ -2,15 +2,17 @@
 
 #include <utility>
 
+#include "core/mutex.h"
+
 std::uint32_t DerivedKeyTable::add(SecretBytes key) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     const std::uint32_t handle = nextDerivedKeyHandle_++;
     keys_[handle] = std::move(key);
     return handle;
 }
 
 std::optional<SecretBytes> DerivedKeyTable::find(std::uint32_t handle) const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     const auto found = keys_.find(handle);
     if (found == keys_.end()) {
         return std::nullopt;
@@ -19,7 +21,7 @@ std::optional<SecretBytes> DerivedKeyTable::find(std::uint32_t handle) const {
 }
 
 std::uint32_t DerivedKeyTable::nextHandle() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     return nextDerivedKeyHandle_;
 }
 

@@ -5,9 +5,9 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 
+#include "core/mutex.h"
 #include "core/secret_bytes.h"
 #include "objects/object_handles.h"
 
@@ -21,10 +21,10 @@ public:
 
     // Overwrites every stored key. Only for moments when no other thread can use the table
     // (the module's code going away, a fork child's inherited copy): takes no lock.
-    void wipeWithoutLocking() noexcept;
+    void wipeWithoutLocking() noexcept NO_THREAD_SAFETY_ANALYSIS;
 
 private:
-    mutable std::mutex mutex_;
-    std::map<std::uint32_t, SecretBytes> keys_;                    // guarded by mutex_
-    std::uint32_t nextDerivedKeyHandle_ = kFirstDerivedKeyHandle;  // guarded by mutex_
+    mutable Mutex mutex_;
+    std::map<std::uint32_t, SecretBytes> keys_ GUARDED_BY(mutex_);
+    std::uint32_t nextDerivedKeyHandle_ GUARDED_BY(mutex_) = kFirstDerivedKeyHandle;
 };

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/mutex.h"
 #include "device/device_results.h"
 #include "device/ostrel_device.h"
 #include "sessions/login_rules.h"
@@ -50,7 +51,7 @@ LoginStep loginStep(CK_STATE state, CK_USER_TYPE userType) {
 }
 
 bool isStoredUserPin(ModuleState& state, const SecretString& pin) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     return !state.userPassword.empty() && state.userPassword.equals(pin.c_str(), pin.size());
 }
 
@@ -82,7 +83,7 @@ CK_RV recordLogin(ModuleState& state, const SessionAccess& session, CK_USER_TYPE
     CK_RV noted = CKR_OK;
     std::vector<const char*> errors;
     {
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         if (userType == CKU_USER) {
             state.userPassword = pin;
         }
@@ -128,7 +129,7 @@ CK_RV logIn(ExportCall& call, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
         }
         const SecretString pin = pinText(pPin, ulPinLen);
         ModuleState& state = call.state();
-        std::lock_guard<std::mutex> logins(state.loginMutex);
+        MutexLock logins(state.loginMutex);
         // The user PIN already held was accepted by the device: no second check.
         const bool known = userType == CKU_USER && isStoredUserPin(state, pin);
         if (!known) {

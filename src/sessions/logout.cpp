@@ -2,6 +2,7 @@
 // their public states.
 #include <mutex>
 
+#include "core/mutex.h"
 #include "sessions/login_rules.h"
 #include "sessions/session_access.h"
 #include "sessions/session_functions.h"
@@ -31,8 +32,8 @@ CK_RV logOut(ExportCall& call, CK_SESSION_HANDLE hSession) {
         }
         ModuleState& state = call.state();
         {
-            std::lock_guard<std::mutex> logins(state.loginMutex);
-            std::lock_guard<std::mutex> tables(state.tableMutex);
+            MutexLock logins(state.loginMutex);
+            MutexLock tables(state.tableMutex);
             state.sessionTable.forEachOnDevice(
                 session.token().serialNumber,
                 [](SessionRecord& each) { each.state.store(loggedOut(each.state.load())); });

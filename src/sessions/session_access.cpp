@@ -1,11 +1,13 @@
 #include "sessions/session_access.h"
 
+#include "core/mutex.h"
+
 std::shared_ptr<SessionRecord> findSession(ModuleState& state, CK_SESSION_HANDLE hSession) {
     const auto handle = handleValue(hSession);
     if (!handle) {
         return nullptr;
     }
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     return state.sessionTable.find(*handle);
 }
 

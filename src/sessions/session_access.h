@@ -14,6 +14,7 @@
 
 #include "core/export_call.h"
 #include "core/handle_value.h"
+#include "core/mutex.h"
 #include "log/log.h"
 #include "sessions/session_record.h"
 
@@ -28,8 +29,11 @@ public:
     const TokenInfo& token() const { return record_.token; }
     // The identifier that addresses the session's device in every device library call.
     const char* deviceId() const { return record_.token.serialNumber.c_str(); }
-    OperationContext& operation() const { return record_.operation; }
-    SearchState& search() const { return record_.search; }
+    // The record's call lock is held for as long as a SessionAccess lives (withSessionOr is the
+    // only place one is made), which the lock analysis cannot follow into the call's body.
+    OperationContext& operation() const NO_THREAD_SAFETY_ANALYSIS { return record_.operation; }
+    SearchState& search() const NO_THREAD_SAFETY_ANALYSIS { return record_.search; }
+    void markClosed() const NO_THREAD_SAFETY_ANALYSIS { record_.closed = true; }
 
 private:
     std::uint32_t handle_;
@@ -50,7 +54,7 @@ CK_RV withSessionOr(ExportCall& call, CK_SESSION_HANDLE hSession, OnInvalid&& on
     if (!session) {
         return onInvalid();
     }
-    std::lock_guard<std::mutex> sessionLock(session->callMutex);
+    MutexLock sessionLock(session->callMutex);
     if (session->closed) {
         return onInvalid();
     }

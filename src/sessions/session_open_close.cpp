@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 
+#include "core/mutex.h"
 #include "sessions/session_access.h"
 #include "sessions/session_functions.h"
 #include "slots/slot_lookup.h"
@@ -40,7 +41,7 @@ CK_RV openSession(ExportCall& call, CK_SLOT_ID slotID, CK_FLAGS flags,
     {
         // One lock hold for the login test and the insertion: a login that runs meanwhile
         // either finds this session in its walk or has already stored the PIN seen here.
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         if (!state.userPassword.empty()) {
             record->state.store(withLogin(requested));
         }
@@ -57,10 +58,10 @@ CK_RV closeSession(ExportCall& call, CK_SESSION_HANDLE hSession) {
     return withSession(call, hSession, [&](const SessionAccess& session) {
         ModuleState& state = call.state();
         {
-            std::lock_guard<std::mutex> tables(state.tableMutex);
+            MutexLock tables(state.tableMutex);
             state.sessionTable.erase(session.handle(), session.record());
         }
-        session.record().closed = true;
+        session.markClosed();
         // userPassword stays: a session opened later still starts logged in. Deliberate.
         return CKR_OK;
     });
@@ -74,12 +75,12 @@ CK_RV closeAllSessions(ExportCall& call, CK_SLOT_ID slotID) {
     SessionTable::Records closing;
     {
         // Deliberately the sessions of every slot, not only those of slotID; and no logout.
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         closing = state.sessionTable.takeAll();
     }
     // Each close waits for the call in progress on its session, as C_CloseSession does.
     for (const auto& entry : closing) {
-        std::lock_guard<std::mutex> sessionLock(entry.second->callMutex);
+        MutexLock sessionLock(entry.second->callMutex);
         entry.second->closed = true;
     }
     logInfo("Close all session");

@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
+#include "core/mutex.h"
 #include "cryptoki/cryptoki.h"
 #include "device/device_records.h"
 #include "sessions/operation_context.h"
@@ -20,14 +20,13 @@ struct SessionRecord {
     // Copy of the slot's TokenInfo at opening; token.serialNumber addresses the device.
     const TokenInfo token;
 
-    // Both guarded by callMutex.
-    OperationContext operation;
-    SearchState search;
-
     // Held for the whole of a call on this session, so that one session's operation state is
     // never touched by two threads at once while other sessions run in parallel.
-    std::mutex callMutex;
-    // Set, under callMutex, when the session is closed: a call that was waiting for callMutex
-    // must not act on it any more.
-    bool closed = false;
+    Mutex callMutex;
+
+    OperationContext operation GUARDED_BY(callMutex);
+    SearchState search GUARDED_BY(callMutex);
+    // Set when the session is closed: a call that was waiting for callMutex must not act on it
+    // any more.
+    bool closed GUARDED_BY(callMutex) = false;
 };

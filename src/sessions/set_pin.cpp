@@ -1,6 +1,7 @@
 // C_SetPIN: the device alone judges the old PIN; the module only keeps userPassword in step.
 #include <mutex>
 
+#include "core/mutex.h"
 #include "device/ostrel_device.h"
 #include "sessions/login_rules.h"
 #include "sessions/session_access.h"
@@ -27,7 +28,7 @@ CK_RV setPin(ExportCall& call, CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldP
         const SecretString oldPin = pinText(pOldPin, ulOldLen);
         const SecretString newPin = pinText(pNewPin, ulNewLen);
         ModuleState& state = call.state();
-        std::lock_guard<std::mutex> logins(state.loginMutex);
+        MutexLock logins(state.loginMutex);
         int failureCount = 0;
         const bool changed =
             ostrel_changeUserPassword(session.deviceId(), oldPin.c_str(), newPin.c_str(),
@@ -37,7 +38,7 @@ CK_RV setPin(ExportCall& call, CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldP
                 CKR_FUNCTION_FAILED,
                 "ostrel_changeUserPassword failed, failureCount=" + decimalText(failureCount));
         }
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         // A logged-in user goes on with the new PIN; nobody logged in stays so.
         if (!state.userPassword.empty()) {
             state.userPassword = newPin;

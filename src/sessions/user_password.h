@@ -5,9 +5,10 @@
 #include <mutex>
 
 #include "core/module_state.h"
+#include "core/mutex.h"
 #include "sessions/secret_string.h"
 
 inline SecretString userPasswordOf(ModuleState& state) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     return state.userPassword;
 }

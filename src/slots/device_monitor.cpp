@@ -7,6 +7,7 @@
 
 #include "core/export_call.h"
 #include "core/module_state.h"
+#include "core/mutex.h"
 #include "device/ostrel_device.h"
 #include "log/log.h"
 #include "platform/platform.h"
@@ -27,7 +28,7 @@ bool isUserState(CK_STATE state) {
 // Logs out, in place, every user session whose device is no longer connected.
 void demoteSessionsOfVanishedDevices(ModuleState& state,
                                      const std::vector<std::string>& connected) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     for (const auto& entry : state.sessionTable.records()) {
         SessionRecord& session = *entry.second;
         const bool present = std::find(connected.begin(), connected.end(),
@@ -79,7 +80,7 @@ bool DeviceMonitor::stopAndJoin() {
     {
         // Taking the lock before notifying closes the gap between a waiter's test of the stop
         // request and the start of its wait, in which a bare notify would be lost.
-        std::lock_guard<std::mutex> events(eventMutex_);
+        MutexLock events(eventMutex_);
         ++stopGeneration_;
     }
     eventCondition_.notify_all();
@@ -130,7 +131,7 @@ void DeviceMonitor::runCycles(ModuleState& state) {
 
 void DeviceMonitor::raiseSlotEvent() {
     {
-        std::lock_guard<std::mutex> events(eventMutex_);
+        MutexLock events(eventMutex_);
         eventSlot_.store(kEventSlot);
         eventPending_.exchange(true);
     }
@@ -138,9 +139,9 @@ void DeviceMonitor::raiseSlotEvent() {
 }
 
 void DeviceMonitor::sleepOneCycle() {
-    std::unique_lock<std::mutex> events(eventMutex_);
-    eventCondition_.wait_for(events, std::chrono::milliseconds(pollingPeriodMilliseconds.load()),
-                             [this] { return deviceMonitorStopRequested_.load(); });
+    MutexLock events(eventMutex_);
+    events.waitFor(eventCondition_, std::chrono::milliseconds(pollingPeriodMilliseconds.load()),
+                   [this] { return deviceMonitorStopRequested_.load(); });
 }
 
 void DeviceMonitor::setPollingPeriodForTesting(std::chrono::milliseconds period) {
@@ -162,9 +163,10 @@ CK_RV DeviceMonitor::waitForSlotEvent(ExportCall& call, CK_FLAGS flags, CK_SLOT_
 
     // The wait must not keep C_Finalize out: it is C_Finalize that ends it.
     call.releaseModuleLock();
-    std::unique_lock<std::mutex> events(eventMutex_);
+    MutexLock events(eventMutex_);
     const std::uint64_t generationAtStart = stopGeneration_;
-    eventCondition_.wait(events, [&] {
+    // The predicate runs with eventMutex_ held (the wait takes it back before each test).
+    events.wait(eventCondition_, [&]() NO_THREAD_SAFETY_ANALYSIS {
         return eventPending_.load() || stopGeneration_ != generationAtStart ||
                deviceMonitorStopRequested_.load();
     });

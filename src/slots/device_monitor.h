@@ -7,9 +7,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <thread>
 
+#include "core/mutex.h"
 #include "cryptoki/cryptoki.h"
 
 struct ModuleState;
@@ -47,11 +47,11 @@ private:
     std::atomic<bool> eventPending_{false};
     std::atomic<std::uint32_t> eventSlot_{0};
 
-    std::mutex eventMutex_;
+    Mutex eventMutex_;
     std::condition_variable eventCondition_;
     // Counts stop requests, so that a waiter learns of a C_Finalize even when a C_Initialize
-    // has already cleared the stop request again before it wakes. Guarded by eventMutex_.
-    std::uint64_t stopGeneration_ = 0;
+    // has already cleared the stop request again before it wakes.
+    std::uint64_t stopGeneration_ GUARDED_BY(eventMutex_) = 0;
 
     // Touched only by C_Initialize and C_Finalize, which run alone, and by the unload handler.
     // While it holds a thread, the module is held loaded (platform::holdModuleLoaded).

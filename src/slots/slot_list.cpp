@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/list_output.h"
+#include "core/mutex.h"
 #include "device/ostrel_device.h"
 #include "log/log.h"
 #include "slots/slot_operations.h"
@@ -33,7 +34,7 @@ std::vector<DeviceToken> readTokens(const std::vector<std::string>& devices,
 }
 
 void clearSlotTable(ModuleState& state) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     state.slotTable.clear();
 }
 
@@ -59,7 +60,7 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
 
     const std::vector<DeviceToken> tokens = readTokens(devices, call.instance());
     {
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         state.slotTable.clear();
         for (const DeviceToken& entry : tokens) {
             state.slotTable.insert(entry.deviceId, entry.token);

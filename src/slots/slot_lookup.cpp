@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "core/handle_value.h"
+#include "core/mutex.h"
 #include "log/log.h"
 
 std::optional<SlotTable::Entry> findSlot(ModuleState& state, CK_SLOT_ID slotID) {
@@ -10,7 +11,7 @@ std::optional<SlotTable::Entry> findSlot(ModuleState& state, CK_SLOT_ID slotID) 
     if (!slot) {
         return std::nullopt;
     }
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     return state.slotTable.find(*slot);
 }
 

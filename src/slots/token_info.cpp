@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "core/mutex.h"
 #include "slots/info_fields.h"
 #include "slots/slot_lookup.h"
 #include "slots/slot_operations.h"
@@ -65,7 +66,7 @@ CK_FLAGS tokenFlags(const TokenInfo& token) {
 // Deliberately counts the public sessions of every slot, not only this one's, and leaves
 // logged-in sessions out.
 void writeSessionCounts(ModuleState& state, CK_TOKEN_INFO& info) {
-    std::lock_guard<std::mutex> tables(state.tableMutex);
+    MutexLock tables(state.tableMutex);
     info.ulSessionCount =
         static_cast<CK_ULONG>(state.sessionTable.countInState(CKS_RO_PUBLIC_SESSION));
     info.ulRwSessionCount =

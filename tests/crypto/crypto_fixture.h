@@ -95,7 +95,7 @@ protected:
 
     // The session's operation context (one thread uses the session at a time in these tests).
     static OperationContext& context(CK_SESSION_HANDLE handle) {
-        std::lock_guard<std::mutex> tables(moduleState().tableMutex);
+        MutexLock tables(moduleState().tableMutex);
         return moduleState().sessionTable.find(static_cast<std::uint32_t>(handle))->operation;
     }
     static std::uint32_t activeOperation(CK_SESSION_HANDLE handle) {

@@ -29,18 +29,18 @@ protected:
     std::shared_ptr<SessionRecord> open(const std::string& serial, CK_STATE state) {
         auto record = std::make_shared<SessionRecord>(0x50000001, dd::tokenInfo(serial), state);
         ModuleState& module = moduleState();
-        std::lock_guard<std::mutex> tables(module.tableMutex);
+        MutexLock tables(module.tableMutex);
         module.sessionTable.insert(record);
         return record;
     }
     void logIn(const char* pin) {
         ModuleState& module = moduleState();
-        std::lock_guard<std::mutex> tables(module.tableMutex);
+        MutexLock tables(module.tableMutex);
         module.userPassword.assign(pin, std::strlen(pin));
     }
     bool passwordIsEmpty() {
         ModuleState& module = moduleState();
-        std::lock_guard<std::mutex> tables(module.tableMutex);
+        MutexLock tables(module.tableMutex);
         return module.userPassword.empty();
     }
 

@@ -65,14 +65,14 @@ TEST_F(SessionCloseRace, ACallThatGetsTheSessionAfterItsCloseAnswersInvalidHandl
     const CK_SESSION_HANDLE session = open(kSlot1, kReadWrite);
     auto record = moduleState().sessionTable.find(static_cast<std::uint32_t>(session));
     ASSERT_TRUE(record);
-    std::unique_lock<std::mutex> heldByAnotherCall(record->callMutex);
+    std::unique_lock<Mutex> heldByAnotherCall(record->callMutex);
     auto loginCall =
         std::async(std::launch::async, [&] { return login(session, CKU_USER, "123456"); });
     ASSERT_TRUE(waitUntil([&] { return log.contains(infoLine("C_Login")); }));
     std::this_thread::sleep_for(50ms);  // the login is now waiting for the session
     // What C_CloseSession does, from inside the call that holds the session.
     {
-        std::lock_guard<std::mutex> tables(moduleState().tableMutex);
+        MutexLock tables(moduleState().tableMutex);
         moduleState().sessionTable.erase(static_cast<std::uint32_t>(session), *record);
     }
     record->closed = true;

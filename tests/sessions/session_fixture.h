@@ -61,7 +61,7 @@ protected:
     }
     static bool storedPasswordIs(const std::string& pin) {
         ModuleState& module = moduleState();
-        std::lock_guard<std::mutex> tables(module.tableMutex);
+        MutexLock tables(module.tableMutex);
         return module.userPassword.size() == pin.size() &&
                module.userPassword.equals(pin.data(), pin.size());
     }

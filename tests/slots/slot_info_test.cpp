@@ -159,7 +159,7 @@ TEST_F(InfoTest, SessionCountsCountPublicSessionsOfEverySlot) {
         {0x50000002, CKS_RW_USER_FUNCTIONS}, {0x50000002, CKS_RW_SO_FUNCTIONS}};
     {
         ModuleState& state = moduleState();
-        std::lock_guard<std::mutex> tables(state.tableMutex);
+        MutexLock tables(state.tableMutex);
         for (const auto& [slot, sessionState] : sessions) {
             state.sessionTable.insert(std::make_shared<SessionRecord>(
                 slot, devicedouble::makeTokenInfo("SER00001"), sessionState));
