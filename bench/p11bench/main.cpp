@@ -33,7 +33,7 @@ struct Options {
     std::fprintf(stderr,
                  "p11bench: %s\nusage: p11bench --keys DIR --pin PIN "
                  "--module NAME=PATH[:destroy-derived]... [--objects N] [--seconds S] "
-                         "[--only TEXT]\n",
+                 "[--only TEXT]\n",
                  problem);
     std::exit(2);
 }
@@ -127,7 +127,13 @@ int main(int argc, char** argv) {
             std::printf("%-40s", scenario.name.c_str());
             std::optional<double> reference;
             if (scenario.reference) {
-                reference = operationsPerSecond(*scenario.reference, duration);
+                reference =
+                    scenario.threads == 1
+                        ? operationsPerSecond(*scenario.reference, duration)
+                        : operationsPerSecond(
+                              std::vector<Operation>(static_cast<std::size_t>(scenario.threads),
+                                                     *scenario.reference),
+                              duration);
                 std::printf(" %12s", rateText(*reference).c_str());
             } else {
                 std::printf(" %12s", "-");

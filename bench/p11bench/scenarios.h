@@ -24,6 +24,7 @@ struct Scenario {
     // The operation on one module, or on several threads (one operation each) of it.
     std::function<std::vector<Operation>(const TokenStack&)> onModule;
     std::optional<double> targetRatio;  // wanted at least, of raw libcrypto's rate
+    int threads = 1;  // the reference runs on as many threads as the module's operation
 };
 
 std::vector<Scenario> makeScenarios(const ReferenceKeys& keys, bool withThreads);

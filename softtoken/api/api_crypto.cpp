@@ -5,6 +5,7 @@
 #include "crypto/ec_keys.h"
 #include "crypto/ecdh.h"
 #include "crypto/pin_kdf.h"
+#include "crypto/public_key_cache.h"
 #include "crypto/rsa_cipher.h"
 #include "crypto/rsa_keys.h"
 #include "crypto/signing.h"
@@ -70,12 +71,12 @@ int secretOutput(const char* operation, SecretBytes& buffer, const char* deviceI
 }
 
 // The public key of a verification: an EC point for key types 5 to 7, otherwise RSA.
-PkeyPtr verificationKey(const KeyTypeInfo* type, const unsigned char* data, std::size_t size,
-                        KeyTypeInfo& rsaType) {
+SharedPkey verificationKey(const KeyTypeInfo* type, const unsigned char* data, std::size_t size,
+                           KeyTypeInfo& rsaType) {
     if (type != nullptr && !type->rsa) {
-        return ecPublicKey(*type, data, size);
+        return cachedEcPublicKey(*type, data, size);
     }
-    PkeyPtr key = rsaPublicKey(data, size);
+    SharedPkey key = cachedRsaPublicKey(data, size);
     if (key != nullptr) {
         // Any modulus size verifies; only the size matters to the signing rules.
         rsaType = KeyTypeInfo{0,
@@ -142,7 +143,7 @@ int ostrel_verifySignatureHash(unsigned int keyType, const char*, const unsigned
         }
         const KeyTypeInfo* type = keyTypeByCode(static_cast<std::int32_t>(keyType));
         KeyTypeInfo rsaType{};
-        PkeyPtr key =
+        SharedPkey key =
             verificationKey(type, publicKey, static_cast<std::size_t>(publicKeyLength), rsaType);
         if (key == nullptr) {
             return kBadArgument;
@@ -169,7 +170,7 @@ int ostrel_encrypt(EncryptionType type, PaddingMode padding, const unsigned char
         if (keyType == nullptr) {
             return kUnknownAlgorithm;
         }
-        PkeyPtr publicKey = rsaPublicKey(key, static_cast<std::size_t>(keyLength));
+        SharedPkey publicKey = cachedRsaPublicKey(key, static_cast<std::size_t>(keyLength));
         if (publicKey == nullptr) {
             return kBadArgument;
         }

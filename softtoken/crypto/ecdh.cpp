@@ -2,6 +2,7 @@
 
 #include "common/token_error.h"
 #include "crypto/ec_keys.h"
+#include "crypto/public_key_cache.h"
 
 namespace softtoken {
 
@@ -20,7 +21,7 @@ int ecdhDerive(EVP_PKEY* key, const KeyTypeInfo& type, const unsigned char* peer
         peer += 3;
         size -= 3;
     }
-    PkeyPtr peerKey = ecPublicKey(type, peer, size);
+    SharedPkey peerKey = cachedEcPublicKey(type, peer, size);
     if (peerKey == nullptr) {
         return kBadArgument;
     }

@@ -1,6 +1,5 @@
 #include "crypto/rsa_cipher.h"
 
-#include <openssl/core_names.h>
 #include <openssl/rsa.h>
 
 #include "common/token_error.h"
@@ -47,37 +46,47 @@ bool configure(EVP_PKEY_CTX* context, const Padding& padding) {
            EVP_PKEY_CTX_set_rsa_mgf1_md(context, digest) == 1;
 }
 
-// Newer OpenSSL releases answer a bad PKCS #1 v1.5 block with random bytes instead of an error
-// (implicit rejection). With two paddings to try, we need the error; older releases ignore the
-// parameter.
-void askForExplicitRejection(EVP_PKEY_CTX* context) {
-    unsigned int off = 0;
-    OSSL_PARAM params[] = {
-        OSSL_PARAM_construct_uint("implicit-rejection", &off),
-        OSSL_PARAM_construct_end(),
-    };
-    EVP_PKEY_CTX_set_params(context, params);
+// The block under the padding: one private-key operation, whatever padding it turns out to
+// carry. Trying each padding with its own decryption would cost a private-key operation per
+// padding tried, three for a PKCS #1 v1.5 message.
+bool rawDecrypt(EVP_PKEY* key, const unsigned char* input, std::size_t size, SecretBytes& block) {
+    PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
+    std::size_t length = size;
+    SecretBytes out(size);
+    if (context == nullptr || EVP_PKEY_decrypt_init(context.get()) != 1 ||
+        EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) != 1 ||
+        EVP_PKEY_decrypt(context.get(), out.data(), &length, input, size) != 1 || length != size) {
+        return false;
+    }
+    block = std::move(out);
+    return true;
 }
 
-bool tryDecrypt(EVP_PKEY* key, const Padding& padding, const unsigned char* input, std::size_t size,
-                SecretBytes& output) {
-    PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
-    if (context == nullptr || EVP_PKEY_decrypt_init(context.get()) != 1 ||
-        !configure(context.get(), padding)) {
+// The message inside the block, when the block carries this padding. These checks are
+// OpenSSL's own (constant-time in their work on the block); OpenSSL 3 calls them deprecated
+// only because it wants callers to go through EVP, which cannot check one block for several
+// paddings.
+bool unpad(const Padding& padding, const SecretBytes& block, SecretBytes& output) {
+    const int size = static_cast<int>(block.size());
+    SecretBytes out(block.size());
+    int length = -1;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    if (padding.oaepHash == 0) {
+        length = RSA_padding_check_PKCS1_type_2(out.data(), size, block.data(), size, size);
+    } else {
+        const EVP_MD* digest = digestForCode(padding.oaepHash);
+        if (digest == nullptr) {
+            return false;
+        }
+        length = RSA_padding_check_PKCS1_OAEP_mgf1(out.data(), size, block.data(), size, size,
+                                                   nullptr, 0, digest, digest);
+    }
+#pragma GCC diagnostic pop
+    if (length < 0) {
         return false;
     }
-    if (padding.rsaPadding == RSA_PKCS1_PADDING) {
-        askForExplicitRejection(context.get());
-    }
-    std::size_t length = 0;
-    if (EVP_PKEY_decrypt(context.get(), nullptr, &length, input, size) != 1) {
-        return false;
-    }
-    SecretBytes out(length);
-    if (EVP_PKEY_decrypt(context.get(), out.data(), &length, input, size) != 1) {
-        return false;
-    }
-    out.resize(length);
+    out.resize(static_cast<std::size_t>(length));
     output = std::move(out);
     return true;
 }
@@ -121,8 +130,12 @@ int rsaDecrypt(EVP_PKEY* key, const unsigned char* input, std::size_t size, Secr
     if (size != static_cast<std::size_t>(EVP_PKEY_get_size(key))) {
         return kInputSize;
     }
+    SecretBytes block;
+    if (!rawDecrypt(key, input, size, block)) {
+        return kDecryptFailed;
+    }
     for (const Padding* padding : kDecryptionOrder) {
-        if (tryDecrypt(key, *padding, input, size, output)) {
+        if (unpad(*padding, block, output)) {
             return kOk;
         }
     }
