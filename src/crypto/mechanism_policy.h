@@ -9,7 +9,8 @@
 inline constexpr const char* kGatedMechanismFirmware = "2.0.0";
 
 // A token is in FIPS 140-3 mode unless its model text is longer than two characters and its
-// third character is '1'. Short or empty model texts count as FIPS 140-3, deliberately.
+// third character is '1'. Short or empty model texts count as FIPS 140-3, deliberately
+// (compatibility register, entry 33).
 bool isFips1403Token(const std::string& model);
 
 // The numeric fields of a dotted version text: split at every '.' the way std::getline reads

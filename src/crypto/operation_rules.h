@@ -19,7 +19,8 @@ enum class OperationInit { Digest, Sign, Verify, Encrypt, Decrypt };
 // is one it does not accept; then it has answered CKR_OPERATION_ACTIVE with "<name>: operation
 // already active, activeOperation=<code>". Accepted prior codes: a digest may be restarted and
 // replaced by a verification, encryption or decryption (which then become 9 and 10, codes that
-// no function continues: deliberate); signing starts only from no operation.
+// no function continues: compatibility register, entry 27); signing starts only from no
+// operation.
 struct InitAdmission {
     CK_RV rv = CKR_OK;
     std::uint32_t nextCode = kOperationNone;
@@ -33,7 +34,8 @@ CK_RV requireActiveOperation(const ExportCall& call, const OperationContext& ope
                              std::uint32_t expected);
 
 // CKR_OK when the session's state is one of `allowed`, else CKR_SESSION_HANDLE_INVALID with
-// "<name>: invalid session state=<state>". The code is the handle's: deliberate, as callers
+// "<name>: invalid session state=<state>". The code is the handle's (compatibility register,
+// entry 28), as callers
 // that check it have always answered so.
 CK_RV requireSessionState(const ExportCall& call, const SessionAccess& session,
                           std::initializer_list<CK_STATE> allowed);

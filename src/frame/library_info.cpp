@@ -5,7 +5,7 @@
 namespace {
 
 // The text and its NUL only: the rest of the field keeps what the caller's buffer held. The
-// field is deliberately not blank-padded.
+// field is deliberately not blank-padded (compatibility register, entry 1).
 template <std::size_t FieldSize>
 void writeTerminatedText(CK_UTF8CHAR (&field)[FieldSize], const char* text) {
     static_assert(FieldSize > 0, "field");

@@ -25,7 +25,8 @@ CK_RV initializeModule(ExportCall& call) {
         throw;
     }
     if (instance == nullptr) {
-        // Deliberately still CKR_OK: the caller learns of it from the log and from every later
+        // Deliberately still CKR_OK (compatibility register, entry 2): the caller learns of it
+        // from the log and from every later
         // call answering CKR_CRYPTOKI_NOT_INITIALIZED.
         logError("Init pkcs11 library failed failed");
     }

@@ -4,7 +4,8 @@
 // character and, at each "/", tries to create the prefix before it; the first creation that
 // succeeds ends the walk. On a machine without log folders the first message therefore creates
 // the maker's folder and is lost, the second creates the process folder and is written. This
-// is deliberate and kept; do not turn it into a create-all-levels loop.
+// is deliberate and kept (compatibility register, entry 5); do not turn it into a
+// create-all-levels loop.
 //
 // Only "/" separates here: the backslashes of a Windows temporary folder are not separators, so
 // its own levels are never tried.

@@ -36,13 +36,15 @@ LoginStep loginStep(CK_STATE state, CK_USER_TYPE userType) {
             return {CKS_RO_USER_FUNCTIONS, CKR_OK, nullptr};
         case CKS_RO_USER_FUNCTIONS:
         case CKS_RW_PUBLIC_SESSION:
-            // A read-only user session is lifted to a read-write state too. Deliberate.
+            // A read-only user session is lifted to a read-write state too (compatibility
+            // register, entry 17).
             return {securityOfficer ? CKS_RW_SO_FUNCTIONS : CKS_RW_USER_FUNCTIONS, CKR_OK, nullptr};
         case CKS_RW_USER_FUNCTIONS:
             if (securityOfficer) {
                 return {state, CKR_USER_ALREADY_LOGGED_IN, nullptr};
             }
-            // Says "SO" of a user session: the wording is deliberate and kept.
+            // Says "SO" of a user session: the wording is deliberate and kept (compatibility
+            // register, entry 17).
             return {state, CKR_USER_ANOTHER_ALREADY_LOGGED_IN,
                     "C_Login: SO already logged in on another session"};
         default:
@@ -76,7 +78,7 @@ CK_RV checkOnDevice(const ExportCall& call, const SessionAccess& session, const 
 
 // Keeps a user's PIN and walks every session of the token in handle order. The walk never
 // stops early and the code noted last is the answer, although the states have changed and the
-// PIN is kept by then: deliberate.
+// PIN is kept by then: deliberate (compatibility register, entry 17).
 CK_RV recordLogin(ModuleState& state, const SessionAccess& session, CK_USER_TYPE userType,
                   const SecretString& pin) {
     CK_STATE stateBefore = 0;
@@ -114,7 +116,7 @@ CK_RV logIn(ExportCall& call, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
     return withSession(call, hSession, [&](const SessionAccess& session) {
         if (userType == CKU_USER) {
             if (isUserState(session.state())) {
-                // At info level, not error: deliberate.
+                // At info level, not error (compatibility register, entry 17).
                 logInfo("C_Login: User already logged in");
                 return CKR_USER_ALREADY_LOGGED_IN;
             }

@@ -38,7 +38,7 @@ CK_RV logOut(ExportCall& call, CK_SESSION_HANDLE hSession) {
                 session.token().serialNumber,
                 [](SessionRecord& each) { each.state.store(loggedOut(each.state.load())); });
             // The PIN is module-wide, so it goes although only this token's sessions moved.
-            // Deliberate.
+            // Deliberate (compatibility register, entry 18).
             state.userPassword.clear();
         }
         logInfo("C_Logout end");

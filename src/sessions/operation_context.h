@@ -13,7 +13,7 @@
 
 // Codes of OperationContext::activeOperation. 6 and 8 are never used. 9 and 10 mark an
 // encryption or decryption begun over a running digest; no function accepts them, so only a
-// new Init or closing the session ends one. Deliberate.
+// new Init or closing the session ends one (compatibility register, entry 27).
 constexpr std::uint32_t kOperationNone = 0;
 constexpr std::uint32_t kOperationFindObjects = 1;
 constexpr std::uint32_t kOperationEncrypt = 2;

@@ -47,7 +47,7 @@ CK_RV openSession(ExportCall& call, CK_SLOT_ID slotID, CK_FLAGS flags,
         }
         handle = state.sessionTable.insert(std::move(record));
     }
-    // Two blanks before the colon, deliberately: the line's text is fixed.
+    // Two blanks before the colon: the line's text is fixed (compatibility register, entry 6).
     logInfo("Opensession  : " + decimalText(handle));
     *phSession = handle;
     return CKR_OK;
@@ -62,7 +62,8 @@ CK_RV closeSession(ExportCall& call, CK_SESSION_HANDLE hSession) {
             state.sessionTable.erase(session.handle(), session.record());
         }
         session.markClosed();
-        // userPassword stays: a session opened later still starts logged in. Deliberate.
+        // userPassword stays: a session opened later still starts logged in (compatibility
+        // register, entry 16).
         return CKR_OK;
     });
 }
@@ -74,7 +75,8 @@ CK_RV closeAllSessions(ExportCall& call, CK_SLOT_ID slotID) {
     }
     SessionTable::Records closing;
     {
-        // Deliberately the sessions of every slot, not only those of slotID; and no logout.
+        // Deliberately the sessions of every slot, not only those of slotID, and no logout
+        // (compatibility register, entry 16).
         MutexLock tables(state.tableMutex);
         closing = state.sessionTable.takeAll();
     }

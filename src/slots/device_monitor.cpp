@@ -18,7 +18,8 @@ constexpr std::int64_t kPollingPeriodMilliseconds = 1000;
 std::atomic<std::int64_t> pollingPeriodMilliseconds{kPollingPeriodMilliseconds};
 
 // The event names the first slot whichever device came or went: it only tells that the device
-// population changed. Deliberate; applications re-read the slot list.
+// population changed. Deliberate (compatibility register, entry 15); applications re-read the
+// slot list.
 constexpr std::uint32_t kEventSlot = 0x50000001;
 
 bool isUserState(CK_STATE state) {

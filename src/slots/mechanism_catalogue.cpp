@@ -12,7 +12,8 @@ constexpr CK_FLAGS kSignsOrGenerates = CKF_SIGN | CKF_GENERATE_KEY_PAIR;
 
 }  // namespace
 
-// The order is deliberate and irregular (SHA-224 before SHA-256 in each RSA family, ECDH
+// The order is deliberate and irregular (compatibility register, entry 10: SHA-224 before
+// SHA-256 in each RSA family, ECDH
 // between EC key generation and ECDSA); clients see it, so keep it.
 const std::array<MechanismEntry, kCatalogueSize> kMechanismCatalogue = {{
     {CKM_RSA_PKCS_KEY_PAIR_GEN, kRsaMin, kRsaMax, CKF_GENERATE_KEY_PAIR, false},
@@ -66,13 +67,13 @@ std::vector<CK_MECHANISM_TYPE> listedMechanisms(SlotView slot) {
 CK_MECHANISM_INFO describeMechanism(const MechanismEntry& entry, SlotView slot) {
     CK_MECHANISM_INFO info{entry.minKeySize, entry.maxKeySize, entry.flags};
     if (!slot.knownSlot) {
-        return info;  // deliberately untrimmed, with 1024-bit minimums
+        return info;  // untrimmed, with 1024-bit minimums (compatibility register, entry 10)
     }
     if (slot.fips1403Token && entry.hiddenOnFips1403) {
         info.flags = CKF_VERIFY;
     }
     // Applied to the flags now in force, so SHA-1 RSA signing on a FIPS 140-3 token keeps 1024:
-    // it no longer signs. Deliberate.
+    // it no longer signs. Deliberate (compatibility register, entry 10).
     if ((info.flags & kSignsOrGenerates) != 0 && info.ulMinKeySize == kRsaMin) {
         info.ulMinKeySize = kRsaSigningMin;
     }

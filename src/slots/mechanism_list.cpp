@@ -25,7 +25,8 @@ CK_RV getMechanismList(ExportCall& call, CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PT
         return rv;
     }
     const std::vector<CK_MECHANISM_TYPE> types = listedMechanisms(viewOfSlot(call.state(), slotID));
-    // A buffer too small deliberately leaves *pulCount as the caller set it: the count is
+    // A buffer too small deliberately leaves *pulCount as the caller set it (compatibility
+    // register, entry 9): the count is
     // learnt only through the null-buffer call.
     const ListOutput<CK_MECHANISM_TYPE> output(call, pMechanismList, pulCount);
     if (auto answered = output.answerSizeOrShortage(types.size(), "mechanismCount")) {

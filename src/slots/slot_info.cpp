@@ -10,7 +10,7 @@ static_assert(offsetof(CK_SLOT_INFO, manufacturerID) == 64 && offsetof(CK_SLOT_I
               "the text fields of CK_SLOT_INFO lie back to back before flags");
 
 CK_RV getSlotInfo(ExportCall& call, CK_SLOT_ID slotID, CK_SLOT_INFO* pInfo) {
-    // The slot is looked up before pInfo is checked, deliberately.
+    // The slot is looked up before pInfo is checked (compatibility register, entry 14).
     const auto slot = findSlot(call.state(), slotID);
     if (!slot) {
         return rejectInvalidSlot(call, slotID);
@@ -20,7 +20,8 @@ CK_RV getSlotInfo(ExportCall& call, CK_SLOT_ID slotID, CK_SLOT_INFO* pInfo) {
     }
     std::memset(pInfo, 0, sizeof *pInfo);
     TextFields texts(pInfo, offsetof(CK_SLOT_INFO, flags));
-    // The description is the token's label, deliberately not cut at the field's width: a label
+    // The description is the token's label, deliberately not cut at the field's width
+    // (compatibility register, entry 12): a label
     // of 64 characters or more shows its first 64 bytes without NUL.
     texts.writeTerminated(offsetof(CK_SLOT_INFO, slotDescription), slot->token.label);
     texts.writeField(offsetof(CK_SLOT_INFO, manufacturerID), sizeof pInfo->manufacturerID,

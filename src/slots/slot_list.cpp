@@ -51,7 +51,8 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
         clearSlotTable(state);
         logError("No valid token found");
     }
-    // The size query deliberately counts connected devices while the fill below counts tokens:
+    // The size query deliberately counts connected devices while the fill below counts tokens
+    // (compatibility register, entry 7):
     // a buffer sized by it always has room. It leaves the table as it was.
     const ListOutput<CK_SLOT_ID> output(call, pSlotList, pulCount);
     if (auto answered = output.answerSizeOrShortage(devices.size(), "slotCount")) {
@@ -66,7 +67,8 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
             state.slotTable.insert(entry.deviceId, entry.token);
         }
     }
-    // Deliberate: slot IDs are numbered in device-list order, while lookups count positions in
+    // Deliberate (compatibility register, entry 8): slot IDs are numbered in device-list order,
+    // while lookups count positions in
     // ascending identifier order; a repeated identifier still gets its own slot ID here.
     std::vector<CK_SLOT_ID> slotIds(tokens.size());
     for (std::size_t k = 0; k < tokens.size(); ++k) {

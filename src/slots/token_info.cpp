@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kLabelWidth = sizeof(CK_TOKEN_INFO::label);
 // Labels that fit the field keep at most this many characters, so 31 and 32 characters lose
-// their last one or two. Deliberate.
+// their last one or two. Deliberate (compatibility register, entry 11).
 constexpr std::size_t kShortLabelKept = 30;
 constexpr CK_ULONG kMaxPinLength = 63;
 constexpr CK_ULONG kMinPinLength = 4;
@@ -27,7 +27,7 @@ constexpr CK_ULONG kMinPinLength = 4;
 void writeTexts(CK_TOKEN_INFO& info, const TokenInfo& token) {
     TextFields texts(&info, offsetof(CK_TOKEN_INFO, flags));
     // A label longer than the field is copied whole (its first 32 bytes remain, see TextFields);
-    // a shorter one is cut at 30. Both deliberate.
+    // a shorter one is cut at 30. Both deliberate (compatibility register, entry 11).
     if (token.label.size() > kLabelWidth) {
         texts.writeTerminated(offsetof(CK_TOKEN_INFO, label), token.label);
     } else {
@@ -63,7 +63,8 @@ CK_FLAGS tokenFlags(const TokenInfo& token) {
     return flags;
 }
 
-// Deliberately counts the public sessions of every slot, not only this one's, and leaves
+// Deliberately counts the public sessions of every slot, not only this one's (compatibility
+// register, entry 13), and leaves
 // logged-in sessions out.
 void writeSessionCounts(ModuleState& state, CK_TOKEN_INFO& info) {
     MutexLock tables(state.tableMutex);
@@ -76,7 +77,7 @@ void writeSessionCounts(ModuleState& state, CK_TOKEN_INFO& info) {
 }  // namespace
 
 CK_RV getTokenInfo(ExportCall& call, CK_SLOT_ID slotID, CK_TOKEN_INFO* pInfo) {
-    // The slot is looked up before pInfo is checked, deliberately.
+    // The slot is looked up before pInfo is checked (compatibility register, entry 14).
     const auto slot = findSlot(call.state(), slotID);
     if (!slot) {
         return rejectInvalidSlot(call, slotID);
