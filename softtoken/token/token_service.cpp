@@ -1,45 +1,12 @@
 #include "token/token_service.h"
 
 #include "common/token_error.h"
+#include "device/device_operations.h"
 #include "store/fault_writes.h"
 
 namespace softtoken {
 
-namespace {
-
-// Every device operation except ostrel_releaseInstance, named without the ostrel_ prefix.
-const char* const kFaultableOperations[] = {
-    "createInstance",
-    "getConnectedDeviceList",
-    "getTokenInfo",
-    "initDevice",
-    "validatePassword",
-    "changeUserPassword",
-    "getKeyPairList",
-    "getCertificateList",
-    "generateKeyPair",
-    "deleteKeyPair",
-    "deleteCertificate",
-    "updateKeyPairDetails",
-    "importCertificate",
-    "importPfx",
-    "getFilesWithExtensionsAndConvertDER",
-    "getCertificateDetails",
-    "getCertificateSubject",
-    "getCertificateIssuer",
-    "getCertificateSerialDER",
-    "initHash",
-    "updateHash",
-    "finalHash",
-    "signHash",
-    "verifySignatureHash",
-    "encrypt",
-    "decrypt",
-    "ecdhDerive",
-    "generateRamdomNumber",
-};
-
-}  // namespace
+namespace {}  // namespace
 
 TokenService::TokenService(std::string storeFolder)
     : store_(std::move(storeFolder)), pins_(store_) {}
@@ -74,18 +41,17 @@ void TokenService::shutDown() {
     store_.close();
 }
 
+// Every device operation but ostrel_releaseInstance, which answers nothing.
 bool isFaultableOperation(const std::string& name) {
-    for (const char* operation : kFaultableOperations) {
-        if (name == operation) {
-            return true;
-        }
-    }
-    return false;
+    return name != "releaseInstance" && device_operations::isName(name);
 }
 
 std::string faultableOperationNames() {
     std::string names;
-    for (const char* operation : kFaultableOperations) {
+    for (std::string_view operation : device_operations::kNames) {
+        if (operation == "releaseInstance") {
+            continue;
+        }
         if (!names.empty()) {
             names += ", ";
         }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "core/export_call.h"
 #include "cryptoki/cryptoki.h"
 
 inline bool hasValue(const CK_ATTRIBUTE& attribute) {
@@ -59,4 +60,14 @@ inline bool sameBytes(const std::vector<unsigned char>& value, const unsigned ch
                       std::size_t expectedLength) {
     return value.size() == expectedLength &&
            (expectedLength == 0 || std::memcmp(value.data(), expected, expectedLength) == 0);
+}
+
+// The check of a template that must hold something: CKR_ARGUMENTS_BAD with "<name>: pTemplate is
+// NULL" or "<name>: ulCount<=0", else CKR_OK.
+inline CK_RV requireTemplate(const ExportCall& call, const CK_ATTRIBUTE* pTemplate,
+                             CK_ULONG ulCount) {
+    if (CK_RV rv = call.requireNonNull(pTemplate, "pTemplate"); rv != CKR_OK) {
+        return rv;
+    }
+    return ulCount == 0 ? call.reject(CKR_ARGUMENTS_BAD, "ulCount<=0") : CKR_OK;
 }

@@ -261,11 +261,8 @@ CK_RV getAttributeValue(ExportCall& call, CK_SESSION_HANDLE hSession, CK_OBJECT_
 CK_RV setAttributeValue(ExportCall& call, CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                         CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount) {
     return withSession(call, hSession, [&](const SessionAccess& session) {
-        if (CK_RV rv = call.requireNonNull(pTemplate, "pTemplate"); rv != CKR_OK) {
+        if (CK_RV rv = requireTemplate(call, pTemplate, ulCount); rv != CKR_OK) {
             return rv;
-        }
-        if (ulCount == 0) {
-            return call.reject(CKR_ARGUMENTS_BAD, "ulCount<=0");
         }
         // Only keys: certificates and derived keys cannot be changed.
         const DecodedHandle decoded = decodeObjectHandle(hObject);

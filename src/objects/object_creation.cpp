@@ -270,11 +270,8 @@ CK_RV importPrivateKey(const ExportCall& call, const SessionAccess& session,
 CK_RV createObject(ExportCall& call, CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate,
                    CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phObject) {
     return withSession(call, hSession, [&](const SessionAccess& session) {
-        if (CK_RV rv = call.requireNonNull(pTemplate, "pTemplate"); rv != CKR_OK) {
+        if (CK_RV rv = requireTemplate(call, pTemplate, ulCount); rv != CKR_OK) {
             return rv;
-        }
-        if (ulCount == 0) {
-            return call.reject(CKR_ARGUMENTS_BAD, "ulCount<=0");
         }
         const CreateTemplate read = readTemplate(pTemplate, ulCount);
         if (read.objectClass == CKO_CERTIFICATE) {

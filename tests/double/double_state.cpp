@@ -6,42 +6,12 @@
 #include <array>
 #include <stdexcept>
 
+#include "device/device_operations.h"
+
 namespace devicedouble {
 namespace detail {
 
 namespace {
-
-constexpr std::array<const char*, 29> kOperationNames = {
-    "createInstance",
-    "releaseInstance",
-    "getConnectedDeviceList",
-    "getTokenInfo",
-    "initDevice",
-    "validatePassword",
-    "changeUserPassword",
-    "getKeyPairList",
-    "getCertificateList",
-    "generateKeyPair",
-    "deleteKeyPair",
-    "deleteCertificate",
-    "updateKeyPairDetails",
-    "importCertificate",
-    "importPfx",
-    "getFilesWithExtensionsAndConvertDER",
-    "getCertificateDetails",
-    "getCertificateSubject",
-    "getCertificateIssuer",
-    "getCertificateSerialDER",
-    "initHash",
-    "updateHash",
-    "finalHash",
-    "signHash",
-    "verifySignatureHash",
-    "encrypt",
-    "decrypt",
-    "ecdhDerive",
-    "generateRamdomNumber",
-};
 
 constexpr std::array<const char*, 6> kOperationsWithOutput = {
     "finalHash", "signHash", "encrypt", "decrypt", "ecdhDerive", "generateRamdomNumber",
@@ -61,7 +31,7 @@ State& state() {
 }
 
 void requireOperationName(const std::string& operation) {
-    if (!contains(kOperationNames, operation)) {
+    if (!device_operations::isName(operation)) {
         throw std::invalid_argument("device double: no operation named '" + operation + "'");
     }
 }
