@@ -8,7 +8,7 @@ set -eu
 demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
 test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
   python3 libnss3-tools openssh-client openjdk-17-jdk-headless g++-mingw-w64-x86-64-posix wine
-  wine64"
+  wine64 libengine-pkcs11-openssl python3-pykcs11"
 case "${1:-test}" in
     demo) packages=$demo_packages ;;
     bench) packages="$demo_packages softhsm2" ;;
