@@ -32,7 +32,8 @@ MODULE_PATH = $MODULE
 PIN = 1234
 init = 0
 CONFIG
-# with_engine COMMAND ARGUMENTS...: openssl COMMAND with the engine.
+# with_engine COMMAND ARGUMENTS...: openssl COMMAND with the engine. A crash ends it by a signal,
+# or under a sanitizer with the sanitizer's report.
 with_engine() {
     command=$1
     shift
@@ -41,6 +42,9 @@ with_engine() {
         status=$?
     if [ "$status" -gt 128 ]; then
         fail "openssl $command with the engine ended with signal $((status - 128)) after: $*"
+    elif grep -q -e 'ERROR: AddressSanitizer' -e 'runtime error:' "$WORK/engine.out"; then
+        fail "openssl $command with the engine: $(grep -m 1 -e 'ERROR: AddressSanitizer' \
+            -e 'runtime error:' "$WORK/engine.out") after: $*"
     fi
 }
 # The token's serial number is padded with NUL bytes (compatibility register, entry 42); libp11
@@ -62,8 +66,9 @@ openssl_verifies "ECDSA through the engine" pkeyutl -verify -pubin -inkey "$WORK
     -in "$WORK/data.sha256" -sigfile "$WORK/ec.sig"
 
 # Self-signed certificates made with the token keys.
-for key in rsa ec; do
-    eval url=\$"${key}_url"
+for pair in "rsa $rsa_url" "ec $ec_url"; do
+    key=${pair%% *}
+    url=${pair#* }
     rm -f "$WORK/$key.req.pem"
     with_engine req -x509 -new -keyform engine -key "$url" -subj "/CN=Made by the engine $key" \
         -days 10 -sha256 -out "$WORK/$key.req.pem"

@@ -30,6 +30,14 @@ for key in rsa:RSA-SHA256:%01 ec:ECDSA-SHA256:%02; do
 Verifying against private key parameters... ok
 Verifying against public key in the token... ok"
 
+    # Under a preloaded AddressSanitizer certtool hangs at exit in p11-kit's destructor
+    # (freelocale waits for the locale lock), with SoftHSM as much as with this module.
+    case ${LD_PRELOAD:-} in
+        *libasan*)
+            echo "$name: certtool skipped under AddressSanitizer"
+            continue
+            ;;
+    esac
     rm -f "$WORK/$name.pem"
     gnutls certtool --provider "$MODULE" --generate-self-signed --load-privkey "$url" \
         --template "$WORK/template" --outfile "$WORK/$name.pem" >/dev/null

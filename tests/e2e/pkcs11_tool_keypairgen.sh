@@ -23,10 +23,12 @@ Private Key Object; EC|Made EC|12"
 expect_in "$("$TOKEN_TOOL" show E2E00077)" "rsa2048 usage=sign+decrypt id=11 label=Made RSA" \
     "p256 usage=sign id=12 label=Made EC"
 
+# The public keys are read with p11tool: pkcs11-tool of OpenSC 0.23 uses memory it freed when it
+# reads an EC public key (AddressSanitizer reports it; P-384 keys fail outright, with SoftHSM
+# too).
 for id in 11 12; do
-    p11 --read-object --type pubkey --id "$id" -o "$WORK/$id.der" >/dev/null
-    openssl pkey -pubin -inform DER -in "$WORK/$id.der" -out "$WORK/$id.pub" 2>/dev/null ||
-        fail "the public key $id read from the token is no SubjectPublicKeyInfo"
+    p11tool --provider "$MODULE" --export "pkcs11:id=%$id;type=public" --outfile "$WORK/$id.pub" \
+        >/dev/null 2>&1 || fail "p11tool cannot read the public key $id"
 done
 expect_in "$(openssl pkey -pubin -in "$WORK/11.pub" -noout -text 2>&1)" "Public-Key: (2048 bit)" \
     "Exponent: 65537"
