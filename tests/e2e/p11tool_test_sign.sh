@@ -42,8 +42,10 @@ Verifying against public key in the token... ok"
     gnutls certtool --provider "$MODULE" --generate-self-signed --load-privkey "$url" \
         --template "$WORK/template" --outfile "$WORK/$name.pem" >/dev/null
     verdict=$(openssl verify -CAfile "$WORK/$name.pem" "$WORK/$name.pem" 2>&1 || true)
-    [ "$verdict" = "$WORK/$name.pem: OK" ] || fail "$name: OpenSSL refuses certtool's certificate: $verdict"
-    openssl x509 -in "$WORK/$name.pem" -noout -pubkey >"$WORK/$name.certtool.pub" 2>/dev/null || true
+    [ "$verdict" = "$WORK/$name.pem: OK" ] ||
+        fail "$name: OpenSSL refuses certtool's certificate: $verdict"
+    openssl x509 -in "$WORK/$name.pem" -noout -pubkey >"$WORK/$name.certtool.pub" 2>/dev/null ||
+        true
     same_bytes "$name: the public key of certtool's certificate" "$WORK/$name.pub" \
         "$WORK/$name.certtool.pub"
 done

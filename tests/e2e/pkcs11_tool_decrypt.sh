@@ -23,11 +23,12 @@ token_decrypt() {
 }
 
 # padding | longest plaintext for a 2048-bit key | OpenSSL's options | pkcs11-tool's options
-sha256_oaep="-pkeyopt rsa_padding_mode:oaep -pkeyopt rsa_oaep_md:sha256 -pkeyopt rsa_mgf1_md:sha256"
+oaep="-pkeyopt rsa_padding_mode:oaep"
+sha256="-pkeyopt rsa_oaep_md:sha256 -pkeyopt rsa_mgf1_md:sha256"
 for case in \
     "pkcs1|245|-pkeyopt rsa_padding_mode:pkcs1|-m RSA-PKCS" \
-    "oaep|214|-pkeyopt rsa_padding_mode:oaep|-m RSA-PKCS-OAEP --hash-algorithm SHA-1 --mgf MGF1-SHA1" \
-    "oaep-sha256|190|$sha256_oaep|-m RSA-PKCS-OAEP --hash-algorithm SHA256 --mgf MGF1-SHA256"; do
+    "oaep|214|$oaep|-m RSA-PKCS-OAEP --hash-algorithm SHA-1 --mgf MGF1-SHA1" \
+    "oaep-sha256|190|$oaep $sha256|-m RSA-PKCS-OAEP --hash-algorithm SHA256 --mgf MGF1-SHA256"; do
     padding=${case%%|*}
     rest=${case#*|}
     longest=${rest%%|*}
@@ -56,6 +57,6 @@ token_decrypt "$WORK/other.enc" "$WORK/other.dec" -m RSA-PKCS
 # pkcs11-tool tries again in parts after C_Decrypt failed; the failed decryption is still
 # active (compatibility register, entry 41), so its second C_DecryptInit is refused with
 # CKR_OPERATION_ACTIVE and that is the error the user sees. The line it logs is left aside.
-expect_lines "module log" "$(module_log_texts | grep -vF 'C_DecryptInit: operation already active')" \
-    "Dacrypt data failed : 23"
+logged=$(module_log_texts | grep -vF 'C_DecryptInit: operation already active' || true)
+expect_lines "module log" "$logged" "Dacrypt data failed : 23"
 finish

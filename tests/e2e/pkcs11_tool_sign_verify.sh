@@ -62,8 +62,8 @@ expect_refused() {
     refused_what=$1 refused_mechanism=$2 refused_id=$3 refused_input=$4
     flip_byte "$5" 7 "$WORK/changed.sig"
     shift 5
-    expect_verdict "$refused_what, changed signature" invalid \
-        "$(token_verdict "$refused_mechanism" "$refused_id" "$refused_input" "$WORK/changed.sig" "$@")"
+    expect_verdict "$refused_what, changed signature" invalid "$(token_verdict \
+        "$refused_mechanism" "$refused_id" "$refused_input" "$WORK/changed.sig" "$@")"
 }
 
 # SHA256-RSA-PKCS, one part and several.
@@ -138,8 +138,8 @@ openssl_verifies "ECDSA" pkeyutl -verify -pubin -inkey "$WORK/ec.cert.pub" \
 expect_verdict "ECDSA, own signature" valid \
     "$(token_verdict ECDSA 02 "$WORK/small.sha256" "$WORK/ecdsa.rs")"
 openssl pkeyutl -sign -inkey "$WORK/ec.key" -in "$WORK/small.sha256" -out "$WORK/ecdsa.openssl"
-expect_verdict "ECDSA, OpenSSL's signature" valid \
-    "$(token_verdict ECDSA 02 "$WORK/small.sha256" "$WORK/ecdsa.openssl" --signature-format openssl)"
+expect_verdict "ECDSA, OpenSSL's signature" valid "$(token_verdict ECDSA 02 "$WORK/small.sha256" \
+    "$WORK/ecdsa.openssl" --signature-format openssl)"
 expect_refused "ECDSA" ECDSA 02 "$WORK/small.sha256" "$WORK/ecdsa.rs"
 refused "Verify signature failed : 22"
 
