@@ -8,7 +8,7 @@
 set -eu
 demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
 test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
-  python3 g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev clang
+  python3 g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev clang python3-pykcs11
   firefox-esr libnss3-tools softhsm2 libengine-pkcs11-openssl p11-kit openssh-client
   openssh-server openjdk-17-jdk-headless iproute2 util-linux"
 case "${1:-test}" in
