@@ -51,6 +51,12 @@ void releaseBeforeUnload() {
 
 }  // namespace
 
+void stopMonitorIfAny() {
+    if (ModuleState* state = currentState.load()) {
+        state->deviceMonitor.stopBeforeUnload();
+    }
+}
+
 ModuleState& moduleState() {
     static const bool created = [] {
         currentState.store(new ModuleState());

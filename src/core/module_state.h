@@ -49,3 +49,7 @@ struct ModuleState {
 // The one state of this process. It is never destroyed: the monitor thread of an application
 // that exits without C_Finalize must not find it torn down under its feet.
 ModuleState& moduleState();
+
+// Stops the monitor of the current state, if there is one; does nothing once the module's
+// state is gone (unloaded). For the exit handler of module_lifecycle.
+void stopMonitorIfAny();

@@ -4,6 +4,25 @@
 
 #include "core/mutex.h"
 #include "device/ostrel_device.h"
+#include "platform/platform.h"
+
+namespace {
+
+// An application that exits without C_Finalize leaves the monitor polling the device library
+// while the process ends. Registered after the device library has started (and with it the
+// libraries it uses), this handler runs before their exit handlers do, so that the monitor
+// never calls into a library that has already cleaned up. At dlclose it runs too, after the
+// module's state is gone: then there is nothing to stop.
+void stopMonitorAtExit() {
+    stopMonitorIfAny();
+}
+
+void stopMonitorEarlyAtExit() {
+    static std::once_flag registered;
+    std::call_once(registered, [] { platform::runEarlyAtExit(&stopMonitorAtExit); });
+}
+
+}  // namespace
 
 CK_RV initializeModule(ExportCall& call) {
     ModuleState& state = call.state();
@@ -13,6 +32,7 @@ CK_RV initializeModule(ExportCall& call) {
     DeviceInstance instance = nullptr;
     ostrel_createInstance(&instance);
     state.deviceInstance.store(instance);
+    stopMonitorEarlyAtExit();
     try {
         state.deviceMonitor.start(state);
     } catch (...) {

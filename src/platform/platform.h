@@ -107,6 +107,11 @@ bool threadsMayBeJoinedAtUnload();
 // unloaded. At exit the libraries the module uses may already have cleaned up after themselves
 // (OpenSSL does so from its exit handler), so the unload handler must not call into them.
 bool processIsExiting();
+// Runs the handler when the process ends (exit()), before the handlers that were registered
+// earlier: registered once the device library has started, it runs before that library's
+// dependencies clean up after themselves at exit (OpenSSL does so from its own exit handler).
+// Nothing to do on Windows, where the process's other threads are gone by then.
+void runEarlyAtExit(void (*handler)());
 // Takes (Windows) one reference to the module's own file, so that it stays loaded; does
 // nothing on POSIX. Each call is undone by one releaseModuleHold.
 void holdModuleLoaded();

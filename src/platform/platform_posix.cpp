@@ -275,6 +275,10 @@ bool processIsExiting() {
     return exiting.load();
 }
 
+void runEarlyAtExit(void (*handler)()) {
+    std::atexit(handler);
+}
+
 void holdModuleLoaded() {}
 
 void releaseModuleHold() {}

@@ -173,6 +173,8 @@ bool processIsExiting() {
     return false;
 }
 
+void runEarlyAtExit(void (* /*handler*/)()) {}
+
 void holdModuleLoaded() {
     HMODULE module = nullptr;
     // Without GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT this takes a reference, which the
