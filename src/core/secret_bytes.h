@@ -15,27 +15,33 @@ inline void wipeBytes(void* data, std::size_t length) noexcept {
     }
 }
 
-// An allocator that wipes every block it gives back.
-template <typename T>
+// An allocator that wipes every block before its underlying allocator takes it back.
+template <typename T, typename Underlying = std::allocator<T>>
 struct WipingAllocator {
     using value_type = T;
+    template <typename U>
+    struct rebind {
+        using other =
+            WipingAllocator<U,
+                            typename std::allocator_traits<Underlying>::template rebind_alloc<U>>;
+    };
 
     WipingAllocator() noexcept = default;
-    template <typename U>
-    WipingAllocator(const WipingAllocator<U>& /*other*/) noexcept {}
+    template <typename U, typename OtherUnderlying>
+    WipingAllocator(const WipingAllocator<U, OtherUnderlying>& /*other*/) noexcept {}
 
-    T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+    T* allocate(std::size_t count) { return Underlying().allocate(count); }
     void deallocate(T* block, std::size_t count) noexcept {
         wipeBytes(block, count * sizeof(T));
-        std::allocator<T>().deallocate(block, count);
+        Underlying().deallocate(block, count);
     }
 
-    template <typename U>
-    bool operator==(const WipingAllocator<U>& /*other*/) const noexcept {
+    template <typename U, typename OtherUnderlying>
+    bool operator==(const WipingAllocator<U, OtherUnderlying>& /*other*/) const noexcept {
         return true;
     }
-    template <typename U>
-    bool operator!=(const WipingAllocator<U>& /*other*/) const noexcept {
+    template <typename U, typename OtherUnderlying>
+    bool operator!=(const WipingAllocator<U, OtherUnderlying>& /*other*/) const noexcept {
         return false;
     }
 };
