@@ -266,20 +266,24 @@ void startAfreshInForkChild() {
     currentSettings.store(new SettingsState());
 }
 
-// Never destroyed: the monitor thread may still log while a process exits. Watchers are never
-// deleted either (see above).
+// Kept until the module's code is unloaded (never destroyed at exit: the monitor thread may still
+// log while a process exits). Made anew when missing.
 SettingsState& settingsState() {
-    SettingsState* state = currentSettings.load(std::memory_order_acquire);
-    if (state != nullptr) {
-        return *state;
-    }
     static const bool registered = [] {
-        currentSettings.store(new SettingsState());
         ::pthread_atfork(nullptr, nullptr, &startAfreshInForkChild);
         return true;
     }();
     static_cast<void>(registered);
-    return *currentSettings.load(std::memory_order_acquire);
+    SettingsState* state = currentSettings.load(std::memory_order_acquire);
+    if (state == nullptr) {
+        auto* made = new SettingsState();
+        if (currentSettings.compare_exchange_strong(state, made)) {
+            state = made;
+        } else {
+            delete made;
+        }
+    }
+    return *state;
 }
 
 // Even a watched file is read again now and then, in case a change escaped the watch (a
@@ -297,6 +301,7 @@ SettingsWatcher* watcherFor(SettingsState& state, const std::string& path) {
     }
     if (state.watcher != nullptr) {
         state.watcher->stopAndJoin();  // tests point the settings elsewhere
+        delete state.watcher;
     }
     state.watcher = new SettingsWatcher(path);
     state.watchingImpossible = !state.watcher->start();
@@ -389,11 +394,23 @@ void setSettingsFilePathForTesting(const std::string& path) {
 }
 
 void stopSettingsWatcher() {
-    SettingsState& state = settingsState();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.unloading = true;
-    if (state.watcher != nullptr) {
-        state.watcher->stopAndJoin();
+    SettingsState* state = currentSettings.load();
+    if (state == nullptr) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(state->mutex);
+        state->unloading = true;
+        if (state->watcher != nullptr) {
+            state->watcher->stopAndJoin();
+        }
+    }
+    // Unloaded, not exiting: none of the module's code runs after this, so the memory goes back
+    // (loading and unloading the module again and again leaks nothing).
+    if (!processIsExiting()) {
+        currentSettings.store(nullptr);
+        delete state->watcher;
+        delete state;
     }
 }
 
