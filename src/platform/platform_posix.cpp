@@ -260,14 +260,28 @@ bool threadsMayBeJoinedAtUnload() {
 namespace {
 std::atomic<bool> exiting{false};
 
-void markExiting() {
+// An exit handler that belongs to this library: dlclose() runs it (and forgets it) when the
+// library is unloaded, as std::atexit would too, but sanitizers that wrap std::atexit lose the
+// link to the library and would call the handler after its code is gone.
+extern "C" int __cxa_atexit(void (*handler)(void*), void* argument, void* library);
+extern "C" void* __dso_handle;
+
+void registerExitHandler(void (*handler)(void*), void* argument) {
+    __cxa_atexit(handler, argument, &__dso_handle);
+}
+
+void markExiting(void* /*unused*/) {
     exiting.store(true);
 }
 
 // exit() runs the handlers registered with atexit() before the libraries' destructors, while
 // dlclose() runs the library's destructors first: the flag tells the two apart.
 __attribute__((constructor)) void watchForExit() {
-    std::atexit(&markExiting);
+    registerExitHandler(&markExiting, nullptr);
+}
+
+void runHandler(void* handler) {
+    reinterpret_cast<void (*)()>(handler)();
 }
 }  // namespace
 
@@ -276,7 +290,7 @@ bool processIsExiting() {
 }
 
 void runEarlyAtExit(void (*handler)()) {
-    std::atexit(handler);
+    registerExitHandler(&runHandler, reinterpret_cast<void*>(handler));
 }
 
 void holdModuleLoaded() {}
