@@ -142,6 +142,14 @@ Arg ecPoint() {
     return input(point);
 }
 
+Arg extendedTo(const Arg& memory, std::size_t size) {
+    Memory extended = *memory.memory;
+    const std::vector<unsigned char> tail = pattern(size);
+    extended.bytes.insert(extended.bytes.end(), tail.begin() + extended.bytes.size(), tail.end());
+    extended.name += " in " + std::to_string(size) + " bytes";
+    return inMemory(std::move(extended));
+}
+
 Attribute attribute(CK_ATTRIBUTE_TYPE type, Arg value, CK_ULONG length) {
     return {type, std::move(value), length, false};
 }

@@ -99,6 +99,8 @@ Arg ecdhParameters(CK_EC_KDF_TYPE kdf, Arg publicData, CK_ULONG publicDataLength
                    Arg sharedData = null(), CK_ULONG sharedDataLength = 0);
 // A P-256 point 04 || X || Y, as the device takes it for ECDH with key pair 0.
 Arg ecPoint();
+// The same memory followed by pattern bytes up to `size` bytes in all.
+Arg extendedTo(const Arg& memory, std::size_t size);
 
 // One CK_ATTRIBUTE of a template; `lengthOut` lets the module write its ulValueLen.
 struct Attribute {
@@ -124,6 +126,7 @@ enum class Before {
     Verifying,       // C_VerifyInit with CKM_RSA_PKCS and key pair 1
     Encrypting,      // C_EncryptInit with CKM_RSA_PKCS and key pair 1
     Decrypting,      // a user session, C_DecryptInit with CKM_RSA_PKCS and key pair 1
+    DecryptingKept,  // the same, with 16 bytes decrypted by a length query and kept
     NoEventPending,  // every slot event collected
 };
 

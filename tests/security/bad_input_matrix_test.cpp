@@ -230,6 +230,8 @@ const char* nameOf(Before before) {
             return "C_EncryptInit";
         case Before::Decrypting:
             return "C_DecryptInit";
+        case Before::DecryptingKept:
+            return "C_DecryptInit and a length query";
         case Before::NoEventPending:
             return "collecting every event";
     }
@@ -543,10 +545,27 @@ protected:
             case Before::Decrypting:
                 setupCall("C_DecryptInit", C_DecryptInit(session, &rsa, kRsaPrivate));
                 break;
+            case Before::DecryptingKept:
+                keepPlaintext(session, part);
+                break;
             default:
                 break;
         }
         return session;
+    }
+
+    // Encrypts `plaintext` with key pair 1, then starts a decryption whose length query keeps
+    // it in the session.
+    void keepPlaintext(CK_SESSION_HANDLE session, std::vector<unsigned char>& plaintext) {
+        CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+        std::vector<unsigned char> ciphertext(512);
+        CK_ULONG length = static_cast<CK_ULONG>(ciphertext.size());
+        setupCall("C_EncryptInit", C_EncryptInit(session, &rsa, kRsaPublic));
+        setupCall("C_Encrypt", C_Encrypt(session, plaintext.data(), plaintext.size(),
+                                         ciphertext.data(), &length));
+        setupCall("C_DecryptInit", C_DecryptInit(session, &rsa, kRsaPrivate));
+        setupCall("C_Decrypt", C_Decrypt(session, ciphertext.data(), length, nullptr, &length));
+        EXPECT_EQ(length, plaintext.size()) << "the kept plaintext";
     }
 
     void collectEvents() {

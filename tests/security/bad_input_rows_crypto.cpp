@@ -1,6 +1,7 @@
 // Rows of the matrix for the cryptographic functions: digests, signatures, verification,
 // encryption, decryption, key-pair generation, derivation and random numbers. Object handle
 // sweeps list their codes in the order of objectHandles() (bad_input_rows_objects.cpp).
+#include <algorithm>
 #include <cstddef>
 
 #include "bad_input_matrix.h"
@@ -17,7 +18,8 @@ constexpr CK_RV kArgs = CKR_ARGUMENTS_BAD;
 constexpr CK_RV kNotActive = CKR_OPERATION_NOT_INITIALIZED;
 constexpr CK_RV kSessionInvalid = CKR_SESSION_HANDLE_INVALID;
 constexpr std::size_t kResultRoom = 512;
-constexpr std::size_t kRsaResult = 256;  // signatures and ciphertexts of key pair 1
+constexpr std::size_t kRsaResult = 256;     // signatures and ciphertexts of key pair 1
+constexpr std::size_t kKeptPlaintext = 16;  // see Before::DecryptingKept
 
 void append(std::vector<Row>& rows, const std::vector<Row>& more) {
     rows.insert(rows.end(), more.begin(), more.end());
@@ -47,7 +49,8 @@ std::vector<Arg> parametersOf(CK_MECHANISM_TYPE type) {
 }
 
 // Lengths that no device call can carry, refused before any byte is read (compatibility
-// register, entry 38): above the device's int, and a small length plus 2^32.
+// register, entry 38): above the device's int, and a small length plus 2^32. The bytes stand in
+// a page that may not be touched.
 std::vector<CK_ULONG> tooLong(CK_ULONG small) {
     std::vector<CK_ULONG> lengths = {0x80000000, 0xFFFFFFFF};
     if (kWide) {
@@ -192,7 +195,7 @@ std::vector<Row> signRows() {
     for (CK_ULONG length : tooLong(16)) {
         rows.push_back({"C_Sign",
                         Before::Signing,
-                        {session(), input(16), num(length), output(kResultRoom, 0), ulongOut(0)},
+                        {session(), noAccess(), num(length), output(kResultRoom, 0), ulongOut(0)},
                         CKR_DATA_LEN_RANGE});
     }
     append(rows, updateRows("C_SignUpdate", Before::Signing));
@@ -243,17 +246,17 @@ std::vector<Row> verifyRows() {
     for (CK_ULONG length : tooLong(16)) {
         rows.push_back({"C_Verify",
                         verifying,
-                        {session(), data, num(length), signature, num(signatureSize)},
+                        {session(), noAccess(), num(length), noAccess(), num(signatureSize)},
                         CKR_DATA_LEN_RANGE});
     }
     for (CK_ULONG length : tooLong(signatureSize)) {
         rows.push_back({"C_Verify",
                         verifying,
-                        {session(), data, num(16), signature, num(length)},
+                        {session(), noAccess(), num(16), noAccess(), num(length)},
                         CKR_SIGNATURE_LEN_RANGE});
         rows.push_back({"C_VerifyFinal",
                         verifying,
-                        {session(), signature, num(length)},
+                        {session(), noAccess(), num(length)},
                         CKR_SIGNATURE_LEN_RANGE});
     }
     append(
@@ -316,6 +319,12 @@ std::vector<Row> cipherRows() {
                     Before::Decrypting,
                     {session(), input(kRsaResult), num(kRsaResult), null(), ulongOut(0)},
                     CKR_FUNCTION_FAILED});
+    // A plaintext kept by a length query is handed out whatever this call's data.
+    rows.push_back({"C_Decrypt",
+                    Before::DecryptingKept,
+                    {session(), input(kRsaResult), num(kRsaResult),
+                     output(kResultRoom, kKeptPlaintext), ulongOut(kResultRoom, kKeptPlaintext)},
+                    kOk});
     rows.push_back(
         {"C_Decrypt",
          Before::Decrypting,
@@ -324,15 +333,14 @@ std::vector<Row> cipherRows() {
     for (CK_ULONG length : tooLong(16)) {
         rows.push_back({"C_Encrypt",
                         Before::Encrypting,
-                        {session(), input(16), num(length), output(kResultRoom, 0), ulongOut(0)},
+                        {session(), noAccess(), num(length), output(kResultRoom, 0), ulongOut(0)},
                         CKR_DATA_LEN_RANGE});
     }
     for (CK_ULONG length : tooLong(kRsaResult)) {
-        rows.push_back(
-            {"C_Decrypt",
-             Before::Decrypting,
-             {session(), input(kRsaResult), num(length), output(kResultRoom, 0), ulongOut(0)},
-             CKR_ENCRYPTED_DATA_LEN_RANGE});
+        rows.push_back({"C_Decrypt",
+                        Before::Decrypting,
+                        {session(), noAccess(), num(length), output(kResultRoom, 0), ulongOut(0)},
+                        CKR_ENCRYPTED_DATA_LEN_RANGE});
     }
     return rows;
 }
@@ -383,9 +391,22 @@ std::vector<Row> keyPairRows() {
                              attribute(CKA_ID, input(128), 0xFFFFFFFF),
                              attribute(CKA_SIGN, input(1), 0xFFFFFFFF)}),
                  3, ulongOut(0), ulongOut(0), kOk),
+        // Attributes the generation does not use are never read; for an RSA pair that includes
+        // CKA_EC_PARAMS.
+        generate(
+            rsa,
+            attributes({numberAttribute(CKA_MODULUS_BITS, 2048),
+                        attribute(CKA_PUBLIC_EXPONENT, noAccess(), 3),
+                        attribute(CKA_EC_PARAMS, noAccess(), 10),
+                        attribute(CKA_TOKEN, noAccess(), 1)}),
+            4,
+            attributes(
+                {attribute(CKA_SIGN, input({CK_TRUE}), 1), attribute(CKA_PRIVATE, noAccess(), 1),
+                 attribute(CKA_SENSITIVE, noAccess(), 1), attribute(0xFFFFFFFF, noAccess(), 8)}),
+            4, ulongOut(0), ulongOut(0), kOk),
         generate(rsa, attributes({attribute(CKA_EC_PARAMS, input(10), 10)}), 1, ecKey, 1, handle,
                  handle, CKR_MECHANISM_INVALID),
-        generate(rsa, attributes({attribute(CKA_EC_PARAMS, input(10), 0xFFFFFFFF)}), 1, ecKey, 1,
+        generate(rsa, attributes({attribute(CKA_EC_PARAMS, noAccess(), 0xFFFFFFFF)}), 1, ecKey, 1,
                  handle, handle, CKR_MECHANISM_INVALID),
     };
     for (CK_ULONG count : {CK_ULONG{1}, CK_ULONG{0xFFFFFFFF}}) {
@@ -456,6 +477,11 @@ std::vector<Row> deriveRows() {
         // A huge count without a template is not read; CKA_VALUE_LEN without a value, one byte
         // long or larger than the secret leaves the secret whole.
         derive(ecdh, kEcPrivate, null(), 0xFFFFFFFF, ulongOut(0), kOk),
+        // Attributes other than CKA_VALUE_LEN are never read.
+        derive(ecdh, kEcPrivate,
+               attributes({attribute(CKA_LABEL, noAccess(), 5), attribute(CKA_TOKEN, noAccess(), 1),
+                           attribute(0xFFFFFFFF, noAccess(), 8)}),
+               3, ulongOut(0), kOk),
         derive(ecdh, kEcPrivate, attributes({attribute(CKA_VALUE_LEN, null(), 8)}), 1, ulongOut(0),
                kOk),
         derive(ecdh, kEcPrivate, attributes({attribute(CKA_VALUE_LEN, input(1), 1)}), 1,
@@ -469,7 +495,7 @@ std::vector<Row> deriveRows() {
     }
     for (CK_ULONG length : tooLong(65)) {
         rows.push_back(
-            withParameters(ecdhParameters(CKD_NULL, ecPoint(), length), parametersSize, kParam));
+            withParameters(ecdhParameters(CKD_NULL, noAccess(), length), parametersSize, kParam));
     }
     if (kWide) {
         rows.push_back(withParameters(parameters, kAbove32Bits, kOk));
@@ -503,6 +529,145 @@ std::vector<Row> randomRows() {
     return rows;
 }
 
+// Every mechanism of the catalogue, and two it does not hold, given to every Init: each takes
+// only its own (the FIPS 140-3 token refuses SHA-1 signing); key-pair generation never looks
+// at the type (compatibility register, entry 35).
+std::vector<Row> mechanismCrossRows() {
+    const std::vector<CK_MECHANISM_TYPE> every = {CKM_RSA_PKCS_KEY_PAIR_GEN,
+                                                  CKM_RSA_PKCS,
+                                                  CKM_RSA_PKCS_OAEP,
+                                                  CKM_RSA_PKCS_PSS,
+                                                  CKM_SHA1_RSA_PKCS,
+                                                  CKM_SHA224_RSA_PKCS,
+                                                  CKM_SHA256_RSA_PKCS,
+                                                  CKM_SHA384_RSA_PKCS,
+                                                  CKM_SHA512_RSA_PKCS,
+                                                  CKM_SHA1_RSA_PKCS_PSS,
+                                                  CKM_SHA224_RSA_PKCS_PSS,
+                                                  CKM_SHA256_RSA_PKCS_PSS,
+                                                  CKM_SHA384_RSA_PKCS_PSS,
+                                                  CKM_SHA512_RSA_PKCS_PSS,
+                                                  CKM_EC_KEY_PAIR_GEN,
+                                                  CKM_ECDH1_DERIVE,
+                                                  CKM_ECDSA,
+                                                  CKM_ECDSA_SHA1,
+                                                  CKM_ECDSA_SHA224,
+                                                  CKM_ECDSA_SHA256,
+                                                  CKM_ECDSA_SHA384,
+                                                  CKM_SHA_1,
+                                                  CKM_SHA224,
+                                                  CKM_SHA256,
+                                                  CKM_SHA384,
+                                                  CKM_SHA512,
+                                                  CKM_MD5,
+                                                  CKM_ECDSA_SHA512};
+    const std::vector<CK_MECHANISM_TYPE> signing = {CKM_RSA_PKCS,
+                                                    CKM_RSA_PKCS_PSS,
+                                                    CKM_SHA224_RSA_PKCS,
+                                                    CKM_SHA256_RSA_PKCS,
+                                                    CKM_SHA384_RSA_PKCS,
+                                                    CKM_SHA512_RSA_PKCS,
+                                                    CKM_SHA224_RSA_PKCS_PSS,
+                                                    CKM_SHA256_RSA_PKCS_PSS,
+                                                    CKM_SHA384_RSA_PKCS_PSS,
+                                                    CKM_SHA512_RSA_PKCS_PSS,
+                                                    CKM_ECDSA,
+                                                    CKM_ECDSA_SHA224,
+                                                    CKM_ECDSA_SHA256,
+                                                    CKM_ECDSA_SHA384};
+    std::vector<CK_MECHANISM_TYPE> verifying = signing;
+    verifying.insert(verifying.end(), {CKM_SHA1_RSA_PKCS, CKM_SHA1_RSA_PKCS_PSS, CKM_ECDSA_SHA1});
+    const std::vector<CK_MECHANISM_TYPE> digesting = {CKM_SHA_1, CKM_SHA224, CKM_SHA256, CKM_SHA384,
+                                                      CKM_SHA512};
+    const std::vector<CK_MECHANISM_TYPE> ciphers = {CKM_RSA_PKCS, CKM_RSA_PKCS_OAEP};
+    const auto takes = [](const std::vector<CK_MECHANISM_TYPE>& accepted, CK_MECHANISM_TYPE type) {
+        return std::find(accepted.begin(), accepted.end(), type) != accepted.end()
+                   ? kOk
+                   : CKR_MECHANISM_INVALID;
+    };
+    const Arg ecdhParameters65 = ecdhParameters(CKD_NULL, ecPoint(), 65);
+    std::vector<Row> rows;
+    for (CK_MECHANISM_TYPE type : every) {
+        const Arg plain = mechanism(type);
+        rows.push_back({"C_DigestInit", kSession, {session(), plain}, takes(digesting, type)});
+        rows.push_back(
+            {"C_SignInit", kUser, {session(), plain, num(kRsaPrivate)}, takes(signing, type)});
+        rows.push_back({"C_VerifyInit",
+                        kSession,
+                        {session(), plain, num(kRsaPublic)},
+                        takes(verifying, type)});
+        rows.push_back(
+            {"C_EncryptInit", kSession, {session(), plain, num(kRsaPublic)}, takes(ciphers, type)});
+        rows.push_back(
+            {"C_DecryptInit", kUser, {session(), plain, num(kRsaPrivate)}, takes(ciphers, type)});
+        rows.push_back(
+            {"C_DeriveKey",
+             kUser,
+             {session(), mechanism(type, ecdhParameters65, sizeof(CK_ECDH1_DERIVE_PARAMS)),
+              num(kEcPrivate), null(), num(0), ulongOut(0)},
+             takes({CKM_ECDH1_DERIVE}, type)});
+        rows.push_back({"C_GenerateKeyPair",
+                        kUser,
+                        {session(), plain, attributes({numberAttribute(CKA_MODULUS_BITS, 2048)}),
+                         num(1), attributes({attribute(CKA_SIGN, input({CK_TRUE}), 1)}), num(1),
+                         ulongOut(0), ulongOut(0)},
+                        kOk});
+    }
+    return rows;
+}
+
+// Parameters of every length up to a little more than the largest structure a mechanism of the
+// module could take, in memory of exactly that length: what takes no parameters refuses them
+// unread, what ignores them (digests, PSS, OAEP, verification) accepts them unread, and ECDH
+// reads its structure only when the length holds it.
+std::vector<Row> parameterLengthRows() {
+    const std::size_t ecdhSize = sizeof(CK_ECDH1_DERIVE_PARAMS);
+    const Arg ecdhParameters65 = ecdhParameters(CKD_NULL, ecPoint(), 65);
+    const CK_RV kParam = CKR_MECHANISM_PARAM_INVALID;
+    std::vector<Row> rows;
+    for (std::size_t size = 0; size <= ecdhSize + sizeof(CK_ULONG); ++size) {
+        const Arg bytes = input(size);
+        const CK_ULONG length = size;
+        const auto with = [&](CK_MECHANISM_TYPE type) { return mechanism(type, bytes, length); };
+        rows.push_back({"C_DigestInit", kSession, {session(), with(CKM_SHA256)}, kOk});
+        rows.push_back(
+            {"C_SignInit", kUser, {session(), with(CKM_RSA_PKCS), num(kRsaPrivate)}, kParam});
+        rows.push_back({"C_SignInit",
+                        kUser,
+                        {session(), with(CKM_SHA256_RSA_PKCS_PSS), num(kRsaPrivate)},
+                        kOk});
+        rows.push_back(
+            {"C_VerifyInit", kSession, {session(), with(CKM_RSA_PKCS), num(kRsaPublic)}, kOk});
+        rows.push_back(
+            {"C_EncryptInit", kSession, {session(), with(CKM_RSA_PKCS), num(kRsaPublic)}, kParam});
+        rows.push_back({"C_EncryptInit",
+                        kSession,
+                        {session(), with(CKM_RSA_PKCS_OAEP), num(kRsaPublic)},
+                        kOk});
+        rows.push_back(
+            {"C_DecryptInit", kUser, {session(), with(CKM_RSA_PKCS), num(kRsaPrivate)}, kParam});
+        rows.push_back(
+            {"C_DecryptInit", kUser, {session(), with(CKM_RSA_PKCS_OAEP), num(kRsaPrivate)}, kOk});
+        rows.push_back({"C_GenerateKeyPair",
+                        kUser,
+                        {session(), with(CKM_RSA_PKCS_KEY_PAIR_GEN),
+                         attributes({numberAttribute(CKA_MODULUS_BITS, 2048)}), num(1),
+                         attributes({attribute(CKA_SIGN, input({CK_TRUE}), 1)}), num(1),
+                         ulongOut(0), ulongOut(0)},
+                        kParam});
+        const bool holdsStructure = size >= ecdhSize;
+        rows.push_back(
+            {"C_DeriveKey",
+             kUser,
+             {session(),
+              mechanism(CKM_ECDH1_DERIVE,
+                        holdsStructure ? extendedTo(ecdhParameters65, size) : bytes, length),
+              num(kEcPrivate), null(), num(0), ulongOut(0)},
+             holdsStructure ? kOk : kParam});
+    }
+    return rows;
+}
+
 }  // namespace
 
 std::vector<Row> cryptoRows() {
@@ -513,6 +678,8 @@ std::vector<Row> cryptoRows() {
     append(rows, keyPairRows());
     append(rows, deriveRows());
     append(rows, randomRows());
+    append(rows, mechanismCrossRows());
+    append(rows, parameterLengthRows());
     return rows;
 }
 

@@ -244,21 +244,20 @@ std::vector<Row> sessionRows() {
              {session(), num(kAbove32Bits + CKU_USER), input(kUserPinLength), num(kUserPinLength)},
              CKR_USER_TYPE_INVALID});
     }
-    // Out-of-range lengths are refused before the PIN is read: 8 bytes stand behind each.
+    // Out-of-range lengths are refused before any byte of the PIN is read.
     for (CK_ULONG length : badPinLengths()) {
         rows.push_back({"C_Login",
                         kSession,
-                        {session(), num(CKU_USER), input(8), num(length)},
+                        {session(), num(CKU_USER), noAccess(), num(length)},
+                        CKR_PIN_LEN_RANGE});
+        rows.push_back({"C_SetPIN",
+                        kSession,
+                        {session(), noAccess(), num(length), noAccess(), num(kUserPinLength)},
                         CKR_PIN_LEN_RANGE});
         rows.push_back(
             {"C_SetPIN",
              kSession,
-             {session(), input(8), num(length), input(kUserPinLength), num(kUserPinLength)},
-             CKR_PIN_LEN_RANGE});
-        rows.push_back(
-            {"C_SetPIN",
-             kSession,
-             {session(), input(kUserPinLength), num(kUserPinLength), input(8), num(length)},
+             {session(), input(kUserPinLength), num(kUserPinLength), noAccess(), num(length)},
              CKR_PIN_LEN_RANGE});
     }
     append(

@@ -41,6 +41,15 @@ std::vector<Row> createRows() {
         {"C_CreateObject", kUser, {session(), garbageDer, num(0), ulongOut(0)}, CKR_ARGUMENTS_BAD},
         {"C_CreateObject", kUser, {session(), garbageDer, num(1), null()}, CKR_ARGUMENTS_BAD},
         {"C_CreateObject", kUser, {session(), garbageDer, num(1), ulongOut(0)}, CKR_DATA_INVALID},
+        // Attributes the import does not use are never read.
+        {"C_CreateObject",
+         kUser,
+         {session(),
+          attributes({attribute(CKA_VALUE, input(16), 16),
+                      attribute(CKA_PUBLIC_EXPONENT, noAccess(), 3),
+                      attribute(CKA_TOKEN, noAccess(), 1), attribute(0xFFFFFFFF, noAccess(), 8)}),
+          num(4), ulongOut(0)},
+         CKR_DATA_INVALID},
         // Entries without a value are passed over: no certificate is left to import.
         {"C_CreateObject",
          kUser,
@@ -162,6 +171,16 @@ std::vector<Row> attributeRows() {
          {session(), num(kRsaPrivate), attributes({attributeOut(CKA_MODULUS, output(8, 0), 8)}),
           num(1)},
          CKR_BUFFER_TOO_SMALL},
+        // Nothing is written into a value too small for it, nor into a derived key's.
+        {"C_GetAttributeValue",
+         kSession,
+         {session(), num(kRsaPrivate), attributes({attributeOut(CKA_MODULUS, noAccess(), 255)}),
+          num(1)},
+         CKR_BUFFER_TOO_SMALL},
+        {"C_GetAttributeValue",
+         kSession,
+         {session(), num(0x70003000), attributes({attributeOut(CKA_VALUE, noAccess(), 1)}), num(1)},
+         CKR_BUFFER_TOO_SMALL},
         // The first entry is filled, the second refused, the third not touched.
         {"C_GetAttributeValue",
          kSession,
@@ -216,26 +235,25 @@ std::vector<Row> attributeRows() {
                 kObject},
                kObject));
     // Only keys can be changed; an attribute the module ignores needs no device call.
-    append(rows, objectSweep(
-                     {"C_SetAttributeValue",
-                      kSession,
-                      {session(), swept(), attributes({attribute(CKA_TOKEN, input(1), 1)}), num(1)},
-                      0},
-                     {kObject, kObject, kOk, kObject, kOk, kOk, kOk, kObject, kObject, kObject,
-                      kObject, kObject, kObject},
-                     kObject));
+    append(rows, objectSweep({"C_SetAttributeValue",
+                              kSession,
+                              {session(), swept(),
+                               attributes({attribute(CKA_TOKEN, noAccess(), 1)}), num(1)},
+                              0},
+                             {kObject, kObject, kOk, kObject, kOk, kOk, kOk, kObject, kObject,
+                              kObject, kObject, kObject, kObject},
+                             kObject));
     append(rows, sweep({"C_GetAttributeValue",
                         kSession,
                         {swept(), num(kRsaPrivate), classTemplate, num(1)},
                         0},
                        badSessions(), CKR_SESSION_HANDLE_INVALID));
-    append(
-        rows,
-        sweep({"C_SetAttributeValue",
-               kSession,
-               {swept(), num(kRsaPrivate), attributes({attribute(CKA_TOKEN, input(1), 1)}), num(1)},
-               0},
-              badSessions(), CKR_SESSION_HANDLE_INVALID));
+    append(rows, sweep({"C_SetAttributeValue",
+                        kSession,
+                        {swept(), num(kRsaPrivate),
+                         attributes({attribute(CKA_TOKEN, noAccess(), 1)}), num(1)},
+                        0},
+                       badSessions(), CKR_SESSION_HANDLE_INVALID));
     return rows;
 }
 
@@ -261,11 +279,11 @@ std::vector<Row> searchRows() {
         // length is refused without reading the value.
         {"C_FindObjectsInit",
          kSession,
-         {session(), attributes({attribute(CKA_CLASS, input(kUlong), 1)}), num(1)},
+         {session(), attributes({attribute(CKA_CLASS, noAccess(), 1)}), num(1)},
          CKR_ATTRIBUTE_VALUE_INVALID},
         {"C_FindObjectsInit",
          kSession,
-         {session(), attributes({attribute(CKA_CLASS, input(kUlong), 0xFFFFFFFF)}), num(1)},
+         {session(), attributes({attribute(CKA_CLASS, noAccess(), 0xFFFFFFFF)}), num(1)},
          CKR_ATTRIBUTE_VALUE_INVALID},
         {"C_FindObjectsInit",
          kSession,
@@ -274,13 +292,13 @@ std::vector<Row> searchRows() {
               {numberAttribute(CKA_CLASS, CKO_CERTIFICATE), attribute(CKA_LABEL, null(), 3)}),
           num(2)},
          CKR_ATTRIBUTE_VALUE_INVALID},
-        // An unknown type is passed over.
+        // An unknown type, and one the search does not use, are passed over unread.
         {"C_FindObjectsInit",
          kSession,
          {session(),
-          attributes(
-              {attribute(0xFFFFFFFF, input(1), 1), numberAttribute(CKA_CLASS, CKO_CERTIFICATE)}),
-          num(2)},
+          attributes({attribute(0xFFFFFFFF, noAccess(), 1), attribute(CKA_TOKEN, noAccess(), 1),
+                      numberAttribute(CKA_CLASS, CKO_CERTIFICATE)}),
+          num(3)},
          kOk},
         {"C_FindObjects",
          Before::Search,
@@ -310,7 +328,7 @@ std::vector<Row> searchRows() {
         rows.push_back(
             {"C_FindObjectsInit",
              kSession,
-             {session(), attributes({attribute(CKA_CLASS, input(kUlong), kAbove32Bits + kUlong)}),
+             {session(), attributes({attribute(CKA_CLASS, noAccess(), kAbove32Bits + kUlong)}),
               num(1)},
              CKR_ATTRIBUTE_VALUE_INVALID});
         // A certificate's class plus 2^32 is the class of no object: nothing is found.
