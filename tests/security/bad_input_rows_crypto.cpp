@@ -88,9 +88,31 @@ std::vector<Row> initRows(const InitShape& init) {
     return rows;
 }
 
+// The output of a single-part or final call, after its `leading` arguments: the length query
+// keeps the result (compatibility register, entry 26); a room smaller than the result, stated
+// as such, gets CKR_BUFFER_TOO_SMALL and the required length with nothing written into the
+// buffer; a room as large as the result or larger gets the result.
+std::vector<Row> resultRows(const char* entry, Before before, const std::vector<Arg>& leading,
+                            std::size_t resultSize) {
+    const CK_ULONG required = resultSize;
+    const auto rowWith = [&](Arg result, Arg length, CK_RV expected) {
+        Row row{entry, before, leading, expected, expected != kOk};
+        row.args.push_back(std::move(result));
+        row.args.push_back(std::move(length));
+        return row;
+    };
+    return {
+        rowWith(null(), ulongOut(0, required), kOk),
+        rowWith(output(kResultRoom, 0), ulongOut(0, required), CKR_BUFFER_TOO_SMALL),
+        rowWith(output(1, 0), ulongOut(1, required), CKR_BUFFER_TOO_SMALL),
+        rowWith(output(resultSize - 1, 0), ulongOut(required - 1, required), CKR_BUFFER_TOO_SMALL),
+        rowWith(output(resultSize, resultSize), ulongOut(required, required), kOk),
+        rowWith(output(kResultRoom, resultSize), ulongOut(0xFFFFFFFF, required), kOk),
+    };
+}
+
 // Rows for a single-part call (C_Digest, C_Sign, C_Encrypt, C_Decrypt) whose operation `before`
-// starts: null and empty input, a null length pointer, the length query (which keeps the
-// result) and a buffer whose stated room is ignored (compatibility register, entry 26).
+// starts: null and empty input, a null length pointer, and its result.
 std::vector<Row> singlePartRows(const char* entry, Before before, std::size_t inputSize,
                                 std::size_t resultSize) {
     const Arg data = input(inputSize);
@@ -109,13 +131,7 @@ std::vector<Row> singlePartRows(const char* entry, Before before, std::size_t in
          kNotActive},
     };
     if (resultSize != 0) {
-        rows.push_back(
-            {entry, before, {session(), data, num(size), null(), ulongOut(0, resultSize)}, kOk});
-        rows.push_back(
-            {entry,
-             before,
-             {session(), data, num(size), output(kResultRoom, resultSize), ulongOut(0, resultSize)},
-             kOk});
+        append(rows, resultRows(entry, before, {session(), data, num(size)}, resultSize));
     }
     append(
         rows,
@@ -139,10 +155,9 @@ std::vector<Row> updateRows(const char* entry, Before before) {
 std::vector<Row> finalRows(const char* entry, Before before, std::size_t resultSize) {
     std::vector<Row> rows = {
         {entry, before, {session(), output(kResultRoom, 0), null()}, kArgs},
-        {entry, before, {session(), null(), ulongOut(0, resultSize)}, kOk},
-        {entry, before, {session(), output(kResultRoom, resultSize), ulongOut(0, resultSize)}, kOk},
         {entry, kSession, {session(), output(kResultRoom, 0), ulongOut(0)}, kNotActive},
     };
+    append(rows, resultRows(entry, before, {session()}, resultSize));
     append(rows, sweep({entry, before, {swept(), output(kResultRoom, 0), ulongOut(0)}, 0},
                        badSessions(), kSessionInvalid));
     return rows;
@@ -320,11 +335,8 @@ std::vector<Row> cipherRows() {
                     {session(), input(kRsaResult), num(kRsaResult), null(), ulongOut(0)},
                     CKR_FUNCTION_FAILED});
     // A plaintext kept by a length query is handed out whatever this call's data.
-    rows.push_back({"C_Decrypt",
-                    Before::DecryptingKept,
-                    {session(), input(kRsaResult), num(kRsaResult),
-                     output(kResultRoom, kKeptPlaintext), ulongOut(kResultRoom, kKeptPlaintext)},
-                    kOk});
+    append(rows, resultRows("C_Decrypt", Before::DecryptingKept,
+                            {session(), input(kRsaResult), num(kRsaResult)}, kKeptPlaintext));
     rows.push_back(
         {"C_Decrypt",
          Before::Decrypting,
