@@ -232,6 +232,9 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
     // A point of another curve, and a compressed point, are no P-256 peer.
     PkeyPtr other = opensslKey("EC", "P-384");
     EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), encodedPoint(other.get()), secret), kBadArgument);
+    // Found by the parser fuzzer: a SubjectPublicKeyInfo of another curve answered 51.
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), subjectPublicKeyInfo(other.get()), secret),
+              kBadArgument);
     Bytes compressed = encodedPoint(opensslKey("EC", "P-256").get());
     compressed.resize(33);
     compressed[0] = 0x02;
