@@ -14,6 +14,10 @@ seeds=$(cd "$(dirname "$0")/../softtoken_corpus" && pwd)
 mkdir -p "$build/corpus" "$build/logs"
 rm -f "$build"/logs/fuzz-*.log
 cd "$build/logs"
+# The harness's token store and certificate files live in TMPDIR: in memory where possible.
+if [ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then
+    export TMPDIR=/dev/shm
+fi
 set -- "$build/softtoken_parsers_fuzzer" -max_total_time="$seconds" -max_len=4096 -timeout=20 \
     -print_final_stats=1 -artifact_prefix="$build/" "$build/corpus" "$seeds"
 status=0

@@ -174,6 +174,11 @@ TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
               kKeyCannotDoThis);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kUnknownAlgorithm);
     EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kUnknownAlgorithm);
+    // Found by the parser fuzzer: a public key no RSA operation can use answered 51.
+    Bytes evenModulus(256, 0xC3);
+    evenModulus.back() = 0x86;
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain, evenModulus, cipher),
+              kBadArgument);
 }
 
 Bytes encodedPoint(EVP_PKEY* key) {
