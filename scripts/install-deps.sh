@@ -3,12 +3,13 @@
 #   install-deps.sh demo   building the module and the software token, and the demo's clients
 #   install-deps.sh bench  the demo's set and SoftHSMv2, the module the benchmark compares with
 #   install-deps.sh        everything the tests need (the demo's set, test frameworks, the
-#                          Windows cross toolchain and Wine, the end-to-end clients)
+#                          Windows cross toolchain and Wine, the end-to-end clients, Clang and
+#                          libFuzzer for the fuzzing leg)
 set -eu
 demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
 test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
   python3 libnss3-tools openssh-client openjdk-17-jdk-headless g++-mingw-w64-x86-64-posix wine
-  wine64"
+  wine64 clang-14 libclang-rt-14-dev"
 case "${1:-test}" in
     demo) packages=$demo_packages ;;
     bench) packages="$demo_packages softhsm2" ;;

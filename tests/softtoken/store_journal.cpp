@@ -26,7 +26,7 @@ struct Expected {
 Expected replayObjects(const RunJournal& run) {
     Expected expected;
     for (const JournalEntry& entry : run.entries) {
-        if (!entry.committed || entry.fields.size() < 1) {
+        if (!entry.committed || entry.fields.empty()) {
             continue;
         }
         const std::vector<std::string>& f = entry.fields;
