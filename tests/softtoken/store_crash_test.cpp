@@ -64,7 +64,7 @@ protected:
         std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(delay(random_)));
     }
 
-    // Starts the worker, lets it work for a random while after it opened the store, kills it.
+    // Starts the worker, lets it work for a random while after its first operation, kills it.
     RunJournal killWorker(int number) {
         const std::string tag = "w" + std::to_string(number);
         const std::string journal = folder_.path() + "/journal-" + tag;

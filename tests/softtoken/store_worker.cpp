@@ -10,7 +10,7 @@
 // Wrong PINs go to the token PIN_SERIAL: in load mode another token than SERIAL, whose right
 // PIN (which every key pair operation checks) would restore the count.
 // After every change the worker reads the lists and checks that all its committed changes are
-// there. With READY_FD it writes one byte there once the store is open.
+// there. With READY_FD it writes one byte there once its first operation is done.
 // Exit status: 0 done, 2 wrong arguments, 3 an operation answered what it must not, 4 a
 // committed change was missing from the lists.
 #include <fcntl.h>
@@ -285,17 +285,19 @@ int main(int argc, char** argv) {
         std::cerr << "store worker: the store cannot be opened\n";
         return 3;
     }
-    if (argc > 8) {
-        const int ready = std::atoi(argv[8]);
-        const char byte = 1;
-        if (write(ready, &byte, 1) != 1) {
-            return 2;
-        }
-        close(ready);
-    }
+    // Ready once the first operation is done: the slow start (the PIN's derivation, the
+    // first key) is behind it, so that a kill soon after lands among the writes.
     for (long done = 0; operations == 0 || done < operations; ++done) {
         if (int status = worker.step(); status != 0) {
             return status;
+        }
+        if (done == 0 && argc > 8) {
+            const int ready = std::atoi(argv[8]);
+            const char byte = 1;
+            if (write(ready, &byte, 1) != 1) {
+                return 2;
+            }
+            close(ready);
         }
     }
     return 0;
