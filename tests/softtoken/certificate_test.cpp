@@ -177,6 +177,18 @@ TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
     EXPECT_EQ(ostrel_getCertificateSerialDER(leaf.data(), leafSize, nullptr),
               (Bytes{0x02, 0x04, 0x00, 0xC0, 0xFF, 0xEE}));
 
+    // Found by the parser fuzzer: OpenSSL reads a name tagged as a primitive SEQUENCE and hands
+    // its bytes out again. Such a certificate is no DER and is not taken.
+    Bytes primitiveIssuer = leaf;
+    auto at =
+        std::search(primitiveIssuer.begin(), primitiveIssuer.end(), issuer.begin(), issuer.end());
+    ASSERT_NE(at, primitiveIssuer.end());
+    *at = 0x10;
+    CertificateDetails refused;
+    EXPECT_EQ(ostrel_getCertificateDetails(primitiveIssuer.data(), leafSize, refused, nullptr),
+              kUnparsable);
+    EXPECT_TRUE(ostrel_getCertificateIssuer(primitiveIssuer.data(), leafSize, nullptr).empty());
+
     Bytes garbage = {0x30, 0x03, 0x02, 0x01, 0x01};
     CertificateDetails ignored;
     EXPECT_EQ(ostrel_getCertificateDetails(garbage.data(), 5, ignored, nullptr), kUnparsable);
