@@ -164,10 +164,12 @@ X509Ptr parseCertificate(const unsigned char* der, std::size_t size) {
     }
     const unsigned char* cursor = der;
     X509Ptr certificate(d2i_X509(nullptr, &cursor, static_cast<long>(size)));
-    // The names are handed out as DER (ostrel_getCertificateSubject, ...): a certificate whose
-    // names are not is not taken at all.
-    if (certificate != nullptr && (!nameIsDer(X509_get_subject_name(certificate.get())) ||
-                                   !nameIsDer(X509_get_issuer_name(certificate.get())))) {
+    // The bytes are stored and handed out as the certificate: they must be one certificate and
+    // nothing after it. The names are handed out as DER (ostrel_getCertificateSubject, ...): a
+    // certificate whose names are not is not taken at all.
+    if (certificate != nullptr &&
+        (cursor != der + size || !nameIsDer(X509_get_subject_name(certificate.get())) ||
+         !nameIsDer(X509_get_issuer_name(certificate.get())))) {
         return nullptr;
     }
     return certificate;

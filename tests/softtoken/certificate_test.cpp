@@ -189,6 +189,12 @@ TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
               kUnparsable);
     EXPECT_TRUE(ostrel_getCertificateIssuer(primitiveIssuer.data(), leafSize, nullptr).empty());
 
+    // Bytes after the certificate would be stored and handed out with it.
+    Bytes trailing = leaf;
+    trailing.push_back(0);
+    EXPECT_EQ(ostrel_getCertificateDetails(trailing.data(), leafSize + 1, refused, nullptr),
+              kUnparsable);
+
     Bytes garbage = {0x30, 0x03, 0x02, 0x01, 0x01};
     CertificateDetails ignored;
     EXPECT_EQ(ostrel_getCertificateDetails(garbage.data(), 5, ignored, nullptr), kUnparsable);
