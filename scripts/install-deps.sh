@@ -4,13 +4,14 @@
 #   install-deps.sh bench  the demo's set and SoftHSMv2, the module the benchmark compares with
 #   install-deps.sh        everything the tests need (the demo's set, test frameworks, the
 #                          Windows cross toolchain and Wine, the end-to-end clients and the
-#                          applications of tests/e2e/apps with SoftHSM as their peer module)
+#                          applications of tests/e2e/apps with SoftHSM as their peer module,
+#                          Clang and libFuzzer for the lock analysis and fuzzing legs)
 set -eu
 demo_packages="cmake ninja-build g++ pkg-config libssl-dev libsqlite3-dev openssl opensc"
 test_packages="$demo_packages libgtest-dev libgmock-dev libbenchmark-dev sqlite3 gnutls-bin
-  python3 g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev clang python3-pykcs11
-  firefox-esr libnss3-tools softhsm2 libengine-pkcs11-openssl p11-kit openssh-client
-  openssh-server openjdk-17-jdk-headless iproute2 util-linux"
+  python3 g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev clang clang-14 libclang-rt-14-dev
+  python3-pykcs11 firefox-esr libnss3-tools softhsm2 libengine-pkcs11-openssl p11-kit
+  openssh-client openssh-server openjdk-17-jdk-headless iproute2 util-linux"
 case "${1:-test}" in
     demo) packages=$demo_packages ;;
     bench) packages="$demo_packages softhsm2" ;;

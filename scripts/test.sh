@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds and runs every test: the debug build (unit, conformance, end-to-end and application
-# tests), the module under Clang's lock analysis, the AddressSanitizer and ThreadSanitizer builds, the Windows DLL under Wine, the
+# tests), the module under Clang's lock analysis, the AddressSanitizer and ThreadSanitizer
+# builds, a minute of fuzzing (Clang, ASan and UBSan), the Windows DLL under Wine, the
 # installation and Debian package, and the benchmark's short mode. Installs missing packages
 # first.
 set -eu
@@ -23,6 +24,9 @@ cmake --preset clang >/dev/null
 cmake --build --preset clang -j "$jobs" --target ostrel-pkcs11
 run_preset asan
 run_preset tsan
+if [ -f softtoken/CMakeLists.txt ]; then
+    run_preset fuzz
+fi
 if [ -x ./scripts/test-windows.sh ]; then
     ./scripts/test-windows.sh
 fi

@@ -72,7 +72,9 @@ Bytes certificateToDer(const Bytes& contents) {
         Bytes der(static_cast<std::size_t>(length));
         unsigned char* cursor = der.data();
         i2d_X509(certificate.get(), &cursor);
-        return der;
+        // OpenSSL hands out the bytes it read: they must be a certificate the token takes as
+        // DER does (found by the parser fuzzer: a PEM name tagged as a primitive SEQUENCE).
+        return parseCertificate(der.data(), der.size()) != nullptr ? der : Bytes();
     }
     return parseCertificate(contents.data(), contents.size()) != nullptr ? contents : Bytes();
 }

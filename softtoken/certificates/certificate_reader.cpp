@@ -134,6 +134,28 @@ std::string keyUsageText(X509* certificate) {
     return text;
 }
 
+// OpenSSL keeps a name's encoding as it came and hands it out again, but its parser also takes
+// some encodings that are not DER (a SEQUENCE or SET tagged as primitive, say). Encoding the
+// name's entries anew gives DER: a name read from DER gives the same bytes.
+bool nameIsDer(const X509_NAME* name) {
+    using NamePtr = std::unique_ptr<X509_NAME, OpenSslDeleter<X509_NAME, X509_NAME_free>>;
+    NamePtr fresh(X509_NAME_new());
+    if (name == nullptr || fresh == nullptr) {
+        return false;
+    }
+    int previousSet = -1;
+    for (int i = 0; i < X509_NAME_entry_count(name); ++i) {
+        const X509_NAME_ENTRY* entry = X509_NAME_get_entry(name, i);
+        const int set = X509_NAME_ENTRY_set(entry);
+        // -1 adds the entry to the last RDN (a multi-valued one), 0 starts a new RDN.
+        if (X509_NAME_add_entry(fresh.get(), entry, -1, set == previousSet ? -1 : 0) != 1) {
+            return false;
+        }
+        previousSet = set;
+    }
+    return encode<X509_NAME, i2d_X509_NAME>(name) == encode<X509_NAME, i2d_X509_NAME>(fresh.get());
+}
+
 }  // namespace
 
 X509Ptr parseCertificate(const unsigned char* der, std::size_t size) {
@@ -142,6 +164,14 @@ X509Ptr parseCertificate(const unsigned char* der, std::size_t size) {
     }
     const unsigned char* cursor = der;
     X509Ptr certificate(d2i_X509(nullptr, &cursor, static_cast<long>(size)));
+    // The bytes are stored and handed out as the certificate: they must be one certificate and
+    // nothing after it. The names are handed out as DER (ostrel_getCertificateSubject, ...): a
+    // certificate whose names are not is not taken at all.
+    if (certificate != nullptr &&
+        (cursor != der + size || !nameIsDer(X509_get_subject_name(certificate.get())) ||
+         !nameIsDer(X509_get_issuer_name(certificate.get())))) {
+        return nullptr;
+    }
     return certificate;
 }
 

@@ -10,9 +10,14 @@ namespace softtoken {
 
 namespace {
 
+struct Entry {
+    std::mutex* mutex;
+    std::function<void()> beforeFork;
+};
+
 struct Guarded {
     std::mutex registryMutex;
-    std::vector<std::mutex*> mutexes;
+    std::vector<Entry> entries;
 };
 
 // Never destroyed: fork() may come at any time, also while the process exits.
@@ -24,8 +29,11 @@ Guarded& guarded() {
 void prepareFork() {
     Guarded& all = guarded();
     all.registryMutex.lock();
-    for (std::mutex* mutex : all.mutexes) {
-        mutex->lock();
+    for (Entry& entry : all.entries) {
+        entry.mutex->lock();
+        if (entry.beforeFork) {
+            entry.beforeFork();
+        }
     }
 }
 
@@ -33,8 +41,8 @@ std::atomic<unsigned> generation{0};
 
 void resumeAfterFork() {
     Guarded& all = guarded();
-    for (std::mutex* mutex : all.mutexes) {
-        mutex->unlock();
+    for (Entry& entry : all.entries) {
+        entry.mutex->unlock();
     }
     all.registryMutex.unlock();
 }
@@ -46,19 +54,20 @@ void resumeInChild() {
 
 }  // namespace
 
-void guardAcrossFork(std::mutex* mutex) {
+void guardAcrossFork(std::mutex* mutex, std::function<void()> beforeFork) {
     static std::once_flag handlers;
     std::call_once(handlers, [] { pthread_atfork(prepareFork, resumeAfterFork, resumeInChild); });
     Guarded& all = guarded();
     std::lock_guard<std::mutex> lock(all.registryMutex);
-    all.mutexes.push_back(mutex);
+    all.entries.push_back(Entry{mutex, std::move(beforeFork)});
 }
 
 void stopGuardingAcrossFork(std::mutex* mutex) {
     Guarded& all = guarded();
     std::lock_guard<std::mutex> lock(all.registryMutex);
-    all.mutexes.erase(std::remove(all.mutexes.begin(), all.mutexes.end(), mutex),
-                      all.mutexes.end());
+    all.entries.erase(std::remove_if(all.entries.begin(), all.entries.end(),
+                                     [mutex](const Entry& entry) { return entry.mutex == mutex; }),
+                      all.entries.end());
 }
 
 unsigned forkGeneration() {

@@ -4,6 +4,8 @@
 
 #include <climits>
 
+#include "crypto/key_codec.h"
+
 namespace softtoken {
 
 bool ecPublicPoint(EVP_PKEY* key, Bytes& point) {
@@ -29,7 +31,11 @@ PkeyPtr ecPublicKey(const KeyTypeInfo& type, const unsigned char* data, std::siz
     if (data[0] == 0x30) {
         const unsigned char* cursor = data;
         PkeyPtr key(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(size)));
-        return key != nullptr && EVP_PKEY_is_a(key.get(), "EC") ? std::move(key) : nullptr;
+        // A key of another curve is as wrong as a point of another curve: refused here, not
+        // left to fail later inside OpenSSL (ECDH) or against the wrong signature size.
+        const KeyTypeInfo* found = keyTypeOf(key.get());
+        return found != nullptr && !found->rsa && found->code == type.code ? std::move(key)
+                                                                           : nullptr;
     }
     if (size != 1 + 2 * type.componentBytes || data[0] != 0x04) {
         return nullptr;

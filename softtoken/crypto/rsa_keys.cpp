@@ -11,6 +11,9 @@ namespace softtoken {
 namespace {
 
 constexpr unsigned long kDefaultExponent = 65537;
+constexpr int kMaxModulusBits = 16384;
+constexpr int kSmallExponentAbove = 3072;
+constexpr int kSmallExponentBits = 64;
 
 BignumPtr toBignum(const Bytes& value) {
     return BignumPtr(BN_bin2bn(value.data(), static_cast<int>(value.size()), nullptr));
@@ -63,6 +66,22 @@ bool completeComponents(RsaComponents& c) {
            BN_mod_inverse(c.iqmp.get(), c.q.get(), c.p.get(), bn.get()) != nullptr;
 }
 
+// What OpenSSL's RSA public operation insists on (an odd modulus of at most 16384 bits, an odd
+// exponent between 1 and the modulus, at most 64 bits long above 3072-bit moduli). A key from
+// outside that breaks it is malformed: refused when it is read rather than failing later as if
+// OpenSSL itself had failed.
+bool publicOperationPossible(EVP_PKEY* key) {
+    BIGNUM* n = nullptr;
+    BIGNUM* e = nullptr;
+    bool possible = EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n) == 1 &&
+                    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &e) == 1;
+    BignumPtr ownedN(n);
+    BignumPtr ownedE(e);
+    return possible && BN_is_odd(n) && BN_num_bits(n) <= kMaxModulusBits && BN_is_odd(e) &&
+           !BN_is_one(e) && BN_cmp(e, n) < 0 &&
+           (BN_num_bits(n) <= kSmallExponentAbove || BN_num_bits(e) <= kSmallExponentBits);
+}
+
 }  // namespace
 
 bool rsaModulus(EVP_PKEY* key, Bytes& modulus) {
@@ -86,7 +105,8 @@ PkeyPtr rsaPublicKey(const unsigned char* data, std::size_t size) {
         // bit is set; 0x30 would mean a key shorter than its length says).
         const unsigned char* cursor = data;
         PkeyPtr key(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(size)));
-        if (key != nullptr && EVP_PKEY_is_a(key.get(), "RSA")) {
+        if (key != nullptr && EVP_PKEY_is_a(key.get(), "RSA") &&
+            publicOperationPossible(key.get())) {
             return key;
         }
         return nullptr;
@@ -100,7 +120,8 @@ PkeyPtr rsaPublicKey(const unsigned char* data, std::size_t size) {
         return nullptr;
     }
     ParamsPtr params(OSSL_PARAM_BLD_to_param(build.get()));
-    return params ? keyFromParams(params.get(), EVP_PKEY_PUBLIC_KEY) : nullptr;
+    PkeyPtr key = params ? keyFromParams(params.get(), EVP_PKEY_PUBLIC_KEY) : nullptr;
+    return key != nullptr && publicOperationPossible(key.get()) ? std::move(key) : nullptr;
 }
 
 int rsaFromComponents(const Bytes& modulus, const Bytes& privateExponent, const Bytes& prime,

@@ -9,7 +9,8 @@ namespace softtoken {
 // The modulus, big-endian, without a leading zero.
 bool rsaModulus(EVP_PKEY* key, Bytes& modulus);
 
-// A public key from a SubjectPublicKeyInfo, or from a bare modulus with exponent 65537.
+// A public key from a SubjectPublicKeyInfo, or from a bare modulus with exponent 65537. Null
+// also for a key that no public operation could use (an even modulus, say).
 PkeyPtr rsaPublicKey(const unsigned char* data, std::size_t size);
 
 // A private key from modulus, private exponent and one prime: the other prime is n / p, the

@@ -72,20 +72,30 @@ INSERT OR IGNORE INTO counters (name, value) VALUES ('plug_sequence', 0);
 
 }  // namespace
 
+namespace {
+
+// The store's schema version, or -1 when it cannot be read.
+std::int64_t schemaVersion(Database& database) {
+    Statement version(database, "PRAGMA user_version");
+    return version.step() ? version.integer(0) : -1;
+}
+
+}  // namespace
+
 bool ensureSchema(Database& database) {
+    // A current store is only read: opening it needs no write lock, so it opens while another
+    // process writes, and on a store that cannot be written at all.
+    const std::int64_t seen = schemaVersion(database);
+    if (seen == kSchemaVersion) {
+        return true;
+    }
     WriteTransaction transaction(database);
-    if (!transaction.begun()) {
+    if (seen < 0 || !transaction.begun()) {
         return false;
     }
-    std::int64_t current = 0;
-    {
-        Statement version(database, "PRAGMA user_version");
-        if (!version.step()) {
-            return false;
-        }
-        current = version.integer(0);
-    }
-    if (current > kSchemaVersion) {
+    // Read again under the write lock: another process may have made the tables meanwhile.
+    const std::int64_t current = schemaVersion(database);
+    if (current < 0 || current > kSchemaVersion) {
         return false;
     }
     if (current == kSchemaVersion) {

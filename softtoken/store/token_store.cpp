@@ -26,7 +26,13 @@ constexpr unsigned kCallsPerClockCheck = 16;
 }  // namespace
 
 TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) {
-    guardAcrossFork(&mutex_);
+    // The connection is closed before every fork(), so that a child inherits no SQLite state
+    // of the store. SQLite keeps one record per database file and process of the POSIX locks
+    // the process holds; a child that inherited it and opened a connection of its own would
+    // believe it held the parent's locks without holding any. The parent closing its last
+    // connection would then take the child for gone, checkpoint and delete the log the child
+    // still writes to, and the child's later commits were lost. The next use reopens.
+    guardAcrossFork(&mutex_, [this] { dropLocked(owner_ == getpid()); });
 }
 
 TokenStore::~TokenStore() {

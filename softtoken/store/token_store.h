@@ -1,5 +1,6 @@
 // The token store of one process: one SQLite connection, the current snapshot, and the write
-// path. Safe to use from many threads; reopened transparently in a child after fork().
+// path. Safe to use from many threads; closed before every fork() and reopened by the next use,
+// in parent and child alike (token_store.cpp says why).
 #pragma once
 
 #include <sys/types.h>

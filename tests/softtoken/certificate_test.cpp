@@ -177,6 +177,24 @@ TEST_F(CertificateTest, NameAndSerialEncodingsComeFromTheCertificate) {
     EXPECT_EQ(ostrel_getCertificateSerialDER(leaf.data(), leafSize, nullptr),
               (Bytes{0x02, 0x04, 0x00, 0xC0, 0xFF, 0xEE}));
 
+    // Found by the parser fuzzer: OpenSSL reads a name tagged as a primitive SEQUENCE and hands
+    // its bytes out again. Such a certificate is no DER and is not taken.
+    Bytes primitiveIssuer = leaf;
+    auto at =
+        std::search(primitiveIssuer.begin(), primitiveIssuer.end(), issuer.begin(), issuer.end());
+    ASSERT_NE(at, primitiveIssuer.end());
+    *at = 0x10;
+    CertificateDetails refused;
+    EXPECT_EQ(ostrel_getCertificateDetails(primitiveIssuer.data(), leafSize, refused, nullptr),
+              kUnparsable);
+    EXPECT_TRUE(ostrel_getCertificateIssuer(primitiveIssuer.data(), leafSize, nullptr).empty());
+
+    // Bytes after the certificate would be stored and handed out with it.
+    Bytes trailing = leaf;
+    trailing.push_back(0);
+    EXPECT_EQ(ostrel_getCertificateDetails(trailing.data(), leafSize + 1, refused, nullptr),
+              kUnparsable);
+
     Bytes garbage = {0x30, 0x03, 0x02, 0x01, 0x01};
     CertificateDetails ignored;
     EXPECT_EQ(ostrel_getCertificateDetails(garbage.data(), 5, ignored, nullptr), kUnparsable);
@@ -192,6 +210,22 @@ TEST_F(CertificateTest, FolderReaderTakesExtensionsInOrderAndSkipsNonCertificate
     writeFile(ca.path() + "/d-two.cer", der("two.pem"));
     writeFile(ca.path() + "/broken.pem", Bytes{'-', '-', '-', '-', '-', 'B', 'E', 'G', 'I', 'N'});
     writeFile(ca.path() + "/notes.txt", readFile(path("rsa.pem")));
+    // A PEM certificate whose issuer is tagged as a primitive SEQUENCE: OpenSSL reads it, but
+    // it is no DER and is left out like any file that holds no certificate.
+    Bytes primitive = der("leaf.pem");
+    Bytes issuer =
+        ostrel_getCertificateIssuer(primitive.data(), static_cast<int>(primitive.size()), nullptr);
+    *std::search(primitive.begin(), primitive.end(), issuer.begin(), issuer.end()) = 0x10;
+    std::string base64(4 * ((primitive.size() + 2) / 3) + 1, '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&base64[0]), primitive.data(),
+                    static_cast<int>(primitive.size()));
+    base64.pop_back();
+    std::string pem = "-----BEGIN CERTIFICATE-----\n";
+    for (std::size_t line = 0; line < base64.size(); line += 64) {
+        pem += base64.substr(line, 64) + "\n";
+    }
+    pem += "-----END CERTIFICATE-----\n";
+    writeFile(ca.path() + "/primitive.pem", Bytes(pem.begin(), pem.end()));
     FileList files = ostrel_getFilesWithExtensionsAndConvertDER(
         ca.path(), {".cer", ".der", ".pem", ".crt"}, nullptr);
     ASSERT_EQ(files.size(), 4u);

@@ -174,6 +174,11 @@ TEST_F(CipherTest, EncryptionRefusesWhatDoesNotFit) {
               kKeyCannotDoThis);
     EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, 2, kPlain, spki, cipher), kUnknownAlgorithm);
     EXPECT_EQ(tokenEncrypt(5, kPaddingPkcs1, kPlain, spki, cipher), kUnknownAlgorithm);
+    // Found by the parser fuzzer: a public key no RSA operation can use answered 51.
+    Bytes evenModulus(256, 0xC3);
+    evenModulus.back() = 0x86;
+    EXPECT_EQ(tokenEncrypt(kEncryptionRsa2048, kPaddingOaep, kPlain, evenModulus, cipher),
+              kBadArgument);
 }
 
 Bytes encodedPoint(EVP_PKEY* key) {
@@ -232,6 +237,9 @@ TEST_F(CipherTest, EcdhAgreesWithOpensslOnEveryCurve) {
     // A point of another curve, and a compressed point, are no P-256 peer.
     PkeyPtr other = opensslKey("EC", "P-384");
     EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), encodedPoint(other.get()), secret), kBadArgument);
+    // Found by the parser fuzzer: a SubjectPublicKeyInfo of another curve answered 51.
+    EXPECT_EQ(tokenDerive(pair(kKeyTypeEcP256), subjectPublicKeyInfo(other.get()), secret),
+              kBadArgument);
     Bytes compressed = encodedPoint(opensslKey("EC", "P-256").get());
     compressed.resize(33);
     compressed[0] = 0x02;

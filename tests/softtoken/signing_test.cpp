@@ -185,6 +185,8 @@ TEST_F(SigningTest, VerifyAcceptsEachPublicKeyFormAndRejectsTampering) {
     EXPECT_EQ(tokenVerifies(kKeyTypeRsa2048, digest, modulus, pkcs1, false), kSignatureInvalid);
     // The curve follows from the key type: a P-384 point is no P-256 key.
     EXPECT_NE(tokenVerifies(kKeyTypeEcP256, digest, point, fixed, false), 0);
+    EXPECT_EQ(tokenVerifies(kKeyTypeEcP256, digest, subjectPublicKeyInfo(ec.get()), fixed, false),
+              kBadArgument);
 }
 
 TEST_F(SigningTest, SigningNeedsRoomTheRightPinAndAKnownKey) {

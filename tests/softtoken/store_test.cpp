@@ -209,3 +209,43 @@ TEST_F(StoreTest, KillingAWriterInsideItsTransactionLeavesNothingHalf) {
 
 }  // namespace
 }  // namespace softtoken::testing
+
+namespace softtoken::testing {
+namespace {
+
+std::string integrityCheckOf(const std::string& path) {
+    std::unique_ptr<Database> database = Database::open(path);
+    Statement check(*database, "PRAGMA integrity_check");
+    return check.step() ? check.text(0) : "cannot check";
+}
+
+TEST_F(StoreTest, ForkedChildKeepsItsChangesWhenTheParentClosesTheStore) {
+    generate(kKeyTypeEcP256);
+    int toParent[2];
+    int toChild[2];
+    ASSERT_EQ(pipe(toParent), 0);
+    ASSERT_EQ(pipe(toChild), 0);
+    pid_t child = spawn([&] {
+        char byte = 0;
+        OstrelKeyPair first{};
+        first.keyType = kKeyTypeEcP256;
+        bool ok = ostrel_generateKeyPair(kSerial, kPin, &first, instance_) == 0;
+        ok = ok && write(toParent[1], "1", 1) == 1 && read(toChild[0], &byte, 1) == 1;
+        OstrelKeyPair second{};
+        second.keyType = kKeyTypeEcP256;
+        return ok && ostrel_generateKeyPair(kSerial, kPin, &second, instance_) == 0;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(toParent[0], &byte, 1), 1);
+    // The parent lets go of the store while the child still uses it.
+    ostrel_releaseInstance(instance_);
+    admin().shutDown();
+    ASSERT_EQ(write(toChild[1], "1", 1), 1);
+    EXPECT_EQ(waitFor(child), 0);
+    ostrel_createInstance(&instance_);
+    EXPECT_EQ(ostrel_getKeyPairList(kSerial, instance_).size(), 3u);
+    EXPECT_EQ(integrityCheckOf(folder_.path() + "/tokens.db"), "ok");
+}
+
+}  // namespace
+}  // namespace softtoken::testing
