@@ -32,7 +32,7 @@ TokenStore::TokenStore(std::string folder) : folder_(std::move(folder)) {
     // believe it held the parent's locks without holding any. The parent closing its last
     // connection would then take the child for gone, checkpoint and delete the log the child
     // still writes to, and the child's later commits were lost. The next use reopens.
-    guardAcrossFork(&mutex_, [this] { dropLocked(owner_ == getpid()); });
+    guardAcrossFork(&mutex_, [this] { dropLocked(ownerForkGeneration_ == forkGeneration()); });
 }
 
 TokenStore::~TokenStore() {
