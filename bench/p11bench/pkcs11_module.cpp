@@ -29,7 +29,11 @@ Pkcs11Module::Pkcs11Module(const std::string& path) {
         throw std::runtime_error(path + " has no C_GetFunctionList");
     }
     check("C_GetFunctionList", getFunctionList(&functions_));
-    check("C_Initialize", functions_->C_Initialize(nullptr));
+    // Several threads call in: the module must use the system's locks (SoftHSMv2 takes none
+    // without this flag and crashes under the threaded scenarios).
+    CK_C_INITIALIZE_ARGS arguments{};
+    arguments.flags = CKF_OS_LOCKING_OK;
+    check("C_Initialize", functions_->C_Initialize(&arguments));
     CK_SLOT_ID slots[16];
     CK_ULONG count = 16;
     check("C_GetSlotList", functions_->C_GetSlotList(CK_TRUE, slots, &count));

@@ -32,6 +32,23 @@ Operation signing(const TokenStack& stack, int session, CK_MECHANISM_TYPE type,
     };
 }
 
+// The operation on `threads` threads that share the stack's sessions between them: each thread
+// takes the next of its own sessions for every call.
+std::vector<Operation> overSessions(
+    const TokenStack& stack, int threads,
+    std::function<void(const TokenStack&, CK_SESSION_HANDLE)> operation) {
+    std::vector<Operation> perThread;
+    const int each = TokenStack::kSessions / threads;
+    for (int thread = 0; thread < threads; ++thread) {
+        perThread.emplace_back(
+            [&stack, operation, first = thread * each, each, next = 0]() mutable {
+                operation(stack, stack.session(first + next));
+                next = (next + 1) % each;
+            });
+    }
+    return perThread;
+}
+
 std::vector<Operation> one(Operation operation) {
     return {std::move(operation)};
 }
@@ -172,7 +189,30 @@ std::vector<Scenario> makeScenarios(const ReferenceKeys& keys, bool withThreads)
                                      signing(s, 0, CKM_SHA256_RSA_PKCS, s.rsa2048(), message),
                                      signing(s, 1, CKM_SHA256_RSA_PKCS, s.rsa2048(), message)};
                              },
-                             0.85});
+                             0.85, 2});
+        // Many sessions on more threads than cores: what one call costs must not grow with them.
+        scenarios.push_back({"P-256 sign, 8 threads on 64 sessions",
+                             Operation([=] { signEcdsaDigest(p256, digest); }),
+                             [=](const TokenStack& s) {
+                                 return overSessions(
+                                     s, 8,
+                                     [data = Bytes(digest)](const TokenStack& stack,
+                                                            CK_SESSION_HANDLE session) mutable {
+                                         sign(stack, session, CKM_ECDSA, stack.p256(), data);
+                                     });
+                             },
+                             std::nullopt, 8});
+        scenarios.push_back(
+            {"C_GetAttributeValue, 8 threads, 64 sessions", std::nullopt,
+             [](const TokenStack& s) {
+                 return overSessions(s, 8, [](const TokenStack& stack, CK_SESSION_HANDLE session) {
+                     unsigned char modulus[512];
+                     CK_ATTRIBUTE read{CKA_MODULUS, modulus, sizeof modulus};
+                     check("C_GetAttributeValue", stack.api().C_GetAttributeValue(
+                                                      session, stack.rsa2048Public(), &read, 1));
+                 });
+             },
+             std::nullopt, 8});
     }
     const auto call = [](const char* name,
                          std::function<CK_RV(const CK_FUNCTION_LIST&, CK_SESSION_HANDLE)> body) {

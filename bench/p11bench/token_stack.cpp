@@ -4,7 +4,7 @@ TokenStack::TokenStack(const StackOptions& options, EVP_PKEY* certificateKey)
     : options_(options), module_(options.path) {
     // Objects first, without login: a public object needs none on either kind of token.
     fillWithCertificates(certificateKey);
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < kSessions; ++i) {
         sessions_.push_back(module_.openSession());
     }
     module_.login(sessions_[0], options_.pin);

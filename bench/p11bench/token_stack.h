@@ -26,7 +26,8 @@ public:
     const Pkcs11Module& module() const { return module_; }
     const StackOptions& options() const { return options_; }
 
-    // Two logged-in sessions, for one and for two threads.
+    // Logged-in sessions (the login holds for all of them), for one and for many threads.
+    static constexpr int kSessions = 64;
     CK_SESSION_HANDLE session(int index) const { return sessions_.at(index); }
     CK_OBJECT_HANDLE rsa2048() const { return rsa2048_; }
     CK_OBJECT_HANDLE rsa2048Public() const { return rsa2048Public_; }
