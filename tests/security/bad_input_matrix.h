@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -156,11 +157,81 @@ std::vector<Row> sweep(const Row& pattern, const std::vector<Arg>& handles, CK_R
 // objectHandles() with one code per handle, then wideObjectHandles() with `wideCode`.
 std::vector<Row> objectSweep(const Row& pattern, const std::vector<CK_RV>& codes, CK_RV wideCode);
 
+// Mechanism types no function of the module takes, and (where CK_ULONG is wider) `accepted`
+// plus 2^32 (bad_input_rows_crypto.cpp).
+std::vector<CK_MECHANISM_TYPE> badMechanisms(CK_MECHANISM_TYPE accepted);
+// Parameters for a mechanism that takes none, each refused before it is read.
+std::vector<Arg> parametersOf(CK_MECHANISM_TYPE type);
+// Lengths no device call can carry: above the device's int, and `small` plus 2^32.
+std::vector<CK_ULONG> tooLong(CK_ULONG small);
+
 // The rows, by chapter.
 std::vector<Row> generalRows();  // start and stop, library information, unsupported entries
 std::vector<Row> slotRows();
 std::vector<Row> sessionRows();
 std::vector<Row> objectRows();
-std::vector<Row> cryptoRows();
+std::vector<Row> cryptoRows();  // digests, signatures, ciphers, then keyRows(), mechanismRows()
+// Parts of cryptoRows().
+std::vector<Row> keyRows();        // key-pair generation, derivation, random numbers
+std::vector<Row> mechanismRows();  // every mechanism and parameter length given to every Init
+
+// ---- Entry points (bad_input_entry_points.cpp) ----
+
+// What the runner passes for one argument: a number, or a pointer.
+struct CallValue {
+    CK_ULONG number = 0;
+    void* pointer = nullptr;
+};
+
+// One exported function: its name, which of its parameters are pointers, and a call of it with
+// one value per parameter.
+struct EntryPoint {
+    std::string name;
+    std::vector<bool> pointerParameters;
+    std::function<CK_RV(const std::vector<CallValue>&)> call;
+};
+
+// The 68 standard entry points and the maker's three.
+const std::vector<EntryPoint>& entryPoints();
+// The entry point of that name, or null.
+const EntryPoint* findEntryPoint(const std::string& name);
+// Whether the module does not offer the entry point: then it answers CKR_FUNCTION_NOT_SUPPORTED
+// before and after initialisation and touches no argument.
+bool isUnsupported(const std::string& name);
+// Every row of the matrix: the chapters above, with rows for each unsupported entry point.
+std::vector<Row> allRows();
+
+// ---- The memory of one call (bad_input_call_memory.cpp) ----
+
+// A page that may be neither read nor written: the module touching it ends the process.
+void* noAccessPage();
+
+// The arguments of one call: numbers as they are, memory laid out in blocks of its own, and
+// afterwards what changed in those blocks.
+class CallMemory {
+public:
+    CallMemory(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE nextDerived);
+
+    // The value passed for `arg`; memory is placed in blocks that live as long as this object.
+    CallValue value(const Arg& arg);
+
+    // What changed where nothing may change: outside the writable ranges (anywhere when writes
+    // are not allowed), past the end, or different from what a successful call must leave.
+    std::vector<std::string> misuses(bool writesAllowed) const;
+
+private:
+    struct Block {
+        const Memory* memory;
+        std::unique_ptr<unsigned char[]> storage;
+        std::vector<unsigned char> before;
+    };
+
+    static bool writable(const Memory& memory, std::size_t offset);
+    void* place(const Memory& memory);
+
+    CK_SESSION_HANDLE session_;
+    CK_OBJECT_HANDLE nextDerived_;
+    std::vector<std::unique_ptr<Block>> blocks_;
+};
 
 }  // namespace matrix

@@ -3,31 +3,19 @@
 // CKR_CRYPTOKI_NOT_INITIALIZED whatever its arguments, and after it, where each row answers its
 // own code. The memory a call was given is compared byte by byte afterwards; after each row a
 // canary proves that the module still works.
+#include "bad_input_matrix.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <functional>
 #include <iostream>
-#include <memory>
-#include <set>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <type_traits>
-#include <utility>
 #include <vector>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <sys/mman.h>
-#endif
-
-#include "bad_input_matrix.h"
 #include "core/module_state.h"
 #include "cryptoki/cryptoki.h"
 #include "device_double.h"
@@ -35,142 +23,13 @@
 #include "support/polling_period.h"
 #include "support/wait_until.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define MATRIX_UNDER_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MATRIX_UNDER_ADDRESS_SANITIZER 1
-#endif
-#endif
-
 namespace dd = devicedouble;
 
 namespace matrix {
 namespace {
 
-// Under AddressSanitizer a block ends where its allocation ends, so that any read or write past
-// it is reported; elsewhere a guard of known bytes follows it, so that a write past it is seen.
-#if defined(MATRIX_UNDER_ADDRESS_SANITIZER)
-constexpr std::size_t kGuard = 0;
-#else
-constexpr std::size_t kGuard = 32;
-#endif
-constexpr unsigned char kGuardByte = 0x5A;
 constexpr CK_SESSION_HANDLE kFirstSession = 0x60000001;
 constexpr CK_FLAGS kReadWrite = CKF_SERIAL_SESSION | CKF_RW_SESSION;
-
-// ---- Entry points ----
-
-// What the runner passes for one argument: a number, or a pointer.
-struct CallValue {
-    CK_ULONG number = 0;
-    void* pointer = nullptr;
-};
-
-template <typename Parameter>
-Parameter as(const CallValue& value) {
-    if constexpr (std::is_pointer_v<Parameter>) {
-        // Also the notification callback, a function pointer: copied, never called here.
-        Parameter pointer = nullptr;
-        static_assert(sizeof pointer == sizeof value.pointer, "pointers of one size");
-        std::memcpy(&pointer, &value.pointer, sizeof pointer);
-        return pointer;
-    } else {
-        return static_cast<Parameter>(value.number);
-    }
-}
-
-struct EntryPoint {
-    std::string name;
-    std::vector<bool> pointerParameters;
-    std::function<CK_RV(const std::vector<CallValue>&)> call;
-};
-
-template <typename... Parameters, std::size_t... Index>
-CK_RV invoke(CK_RV (*function)(Parameters...), const std::vector<CallValue>& values,
-             std::index_sequence<Index...>) {
-    return function(as<Parameters>(values[Index])...);
-}
-
-template <typename... Parameters>
-EntryPoint entryPoint(const char* name, CK_RV (*function)(Parameters...)) {
-    return {
-        name, {std::is_pointer_v<Parameters>...}, [function](const std::vector<CallValue>& values) {
-            return invoke(function, values, std::index_sequence_for<Parameters...>{});
-        }};
-}
-
-// The 68 standard entry points and the maker's three.
-const std::vector<EntryPoint>& entryPoints() {
-    static const std::vector<EntryPoint> entries = {
-#define MATRIX_ENTRY_POINT(name, parameters) entryPoint(#name, &name),
-        OSTREL_CRYPTOKI_FUNCTIONS(MATRIX_ENTRY_POINT)
-#undef MATRIX_ENTRY_POINT
-            entryPoint("C_EjectToken", &C_EjectToken),
-        entryPoint("C_GetUnmanagedStructSizeList", &C_GetUnmanagedStructSizeList),
-        entryPoint("C_InteractiveLogin", &C_InteractiveLogin),
-    };
-    return entries;
-}
-
-const EntryPoint* findEntryPoint(const std::string& name) {
-    for (const EntryPoint& entry : entryPoints()) {
-        if (entry.name == name) {
-            return &entry;
-        }
-    }
-    return nullptr;
-}
-
-// The entry points the module does not offer: they answer CKR_FUNCTION_NOT_SUPPORTED before and
-// after initialisation and touch no argument.
-bool isUnsupported(const std::string& name) {
-    static const std::set<std::string> names = {
-        "C_InitToken",           "C_InitPIN",
-        "C_GetOperationState",   "C_SetOperationState",
-        "C_CopyObject",          "C_EncryptUpdate",
-        "C_EncryptFinal",        "C_DecryptUpdate",
-        "C_DecryptFinal",        "C_DigestKey",
-        "C_SignRecoverInit",     "C_SignRecover",
-        "C_VerifyRecoverInit",   "C_VerifyRecover",
-        "C_DigestEncryptUpdate", "C_DecryptDigestUpdate",
-        "C_SignEncryptUpdate",   "C_DecryptVerifyUpdate",
-        "C_GenerateKey",         "C_WrapKey",
-        "C_UnwrapKey",           "C_SeedRandom",
-        "C_GetFunctionStatus",   "C_CancelFunction",
-        "C_EjectToken",          "C_GetUnmanagedStructSizeList",
-        "C_InteractiveLogin"};
-    return names.count(name) != 0;
-}
-
-// An unsupported entry point's rows come from its signature: every argument null or zero, and
-// every pointer into a page that may not be touched with every number 0xFFFFFFFF.
-std::vector<Row> unsupportedRows() {
-    std::vector<Row> rows;
-    for (const EntryPoint& entry : entryPoints()) {
-        if (!isUnsupported(entry.name)) {
-            continue;
-        }
-        Row zero{entry.name, Before::Session, {}, CKR_FUNCTION_NOT_SUPPORTED};
-        Row garbage = zero;
-        for (bool pointer : entry.pointerParameters) {
-            zero.args.push_back(pointer ? null() : num(0));
-            garbage.args.push_back(pointer ? noAccess() : num(0xFFFFFFFF));
-        }
-        rows.push_back(std::move(zero));
-        rows.push_back(std::move(garbage));
-    }
-    return rows;
-}
-
-std::vector<Row> allRows() {
-    std::vector<Row> rows;
-    for (const auto& chapter : {generalRows(), unsupportedRows(), slotRows(), sessionRows(),
-                                objectRows(), cryptoRows()}) {
-        rows.insert(rows.end(), chapter.begin(), chapter.end());
-    }
-    return rows;
-}
 
 // ---- Descriptions for messages ----
 
@@ -246,121 +105,11 @@ std::string describe(const Row& row) {
     return text + ") after " + nameOf(row.before);
 }
 
-// ---- The memory of one call ----
-
-// A page that may be neither read nor written: the module touching it ends the process.
-void* noAccessPage() {
-    static void* const page = []() -> void* {
-#if defined(_WIN32)
-        return VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
-#else
-        void* mapped = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        return mapped == MAP_FAILED ? nullptr : mapped;
-#endif
-    }();
-    return page;
-}
+// ---- The runs ----
 
 CK_OBJECT_HANDLE nextDerivedHandle() {
     return moduleState().derivedKeys.nextHandle();
 }
-
-// The arguments of one call: numbers as they are, memory laid out in blocks of its own, and
-// afterwards what changed in those blocks.
-class CallMemory {
-public:
-    CallMemory(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE nextDerived)
-        : session_(session), nextDerived_(nextDerived) {}
-
-    CallValue value(const Arg& arg) {
-        switch (arg.kind) {
-            case Arg::Kind::Number:
-                return {arg.value, nullptr};
-            case Arg::Kind::Session:
-                return {session_ + arg.value, nullptr};
-            case Arg::Kind::Slot:
-                return {kSlot + arg.value, nullptr};
-            case Arg::Kind::NextDerived:
-                return {nextDerived_, nullptr};
-            case Arg::Kind::Sweep:
-                throw std::logic_error("a row kept the placeholder of its sweep");
-            case Arg::Kind::Null:
-                return {0, nullptr};
-            case Arg::Kind::NoAccess:
-                return {0, noAccessPage()};
-            case Arg::Kind::Memory:
-                break;
-        }
-        return {0, place(*arg.memory)};
-    }
-
-    // What changed where nothing may change: outside the writable ranges (anywhere when writes
-    // are not allowed), past the end, or different from what a successful call must leave.
-    std::vector<std::string> misuses(bool writesAllowed) const {
-        std::vector<std::string> found;
-        for (const auto& block : blocks_) {
-            const Memory& memory = *block->memory;
-            const std::size_t size = memory.bytes.size();
-            std::size_t changed = 0;
-            std::size_t first = 0;
-            for (std::size_t i = 0; i < size + kGuard; ++i) {
-                if (block->storage[i] == block->before[i] ||
-                    (writesAllowed && i < size && writable(memory, i))) {
-                    continue;
-                }
-                first = changed == 0 ? i : first;
-                ++changed;
-            }
-            if (changed != 0) {
-                found.push_back(memory.name + ": " + std::to_string(changed) +
-                                " byte(s) changed, the first at offset " + std::to_string(first) +
-                                (first >= size ? " (past its end)" : ""));
-            }
-            if (writesAllowed && memory.after &&
-                !std::equal(memory.after->begin(), memory.after->end(), block->storage.get())) {
-                found.push_back(memory.name + ": not the value the call must leave");
-            }
-        }
-        return found;
-    }
-
-private:
-    struct Block {
-        const Memory* memory;
-        std::unique_ptr<unsigned char[]> storage;
-        std::vector<unsigned char> before;
-    };
-
-    static bool writable(const Memory& memory, std::size_t offset) {
-        return std::any_of(memory.writable.begin(), memory.writable.end(),
-                           [offset](const Memory::Range& range) {
-                               return offset >= range.begin && offset < range.end;
-                           });
-    }
-
-    void* place(const Memory& memory) {
-        auto block = std::make_unique<Block>();
-        block->memory = &memory;
-        const std::size_t size = memory.bytes.size();
-        block->storage = std::make_unique<unsigned char[]>(std::max<std::size_t>(size, 1) + kGuard);
-        std::copy(memory.bytes.begin(), memory.bytes.end(), block->storage.get());
-        std::fill_n(block->storage.get() + size, kGuard, kGuardByte);
-        for (const Memory::Pointer& pointer : memory.pointers) {
-            const CallValue target = value(pointer.target);
-            std::memcpy(block->storage.get() + pointer.offset, &target.pointer, sizeof(void*));
-        }
-        block->before.assign(block->storage.get(), block->storage.get() + size + kGuard);
-        void* address = block->storage.get();
-        blocks_.push_back(std::move(block));
-        return address;
-    }
-
-    CK_SESSION_HANDLE session_;
-    CK_OBJECT_HANDLE nextDerived_;
-    std::vector<std::unique_ptr<Block>> blocks_;
-};
-
-// ---- The runs ----
 
 struct Tally {
     std::size_t rows = 0;
