@@ -18,6 +18,8 @@
 #include <system_error>
 
 #include "call_state.h"
+#include "core/module_state.h"
+#include "device_double.h"
 #include "module_calls.h"
 #include "platform/platform.h"
 
@@ -148,6 +150,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         state.endCall();
     }
     C_Finalize(nullptr);
+    // An initialisation without a device instance leaves the monitor running, and C_Finalize
+    // refuses to stop it (compatibility register, entry 2): it would go on polling into the
+    // next inputs, allocating while libFuzzer counts allocations and scans for leaks. Stopped
+    // here as unloading the module would stop it.
+    stopMonitorIfAny();
+    // What the double holds goes now rather than when the next input starts: an input that
+    // leaves allocations behind makes libFuzzer look for leaks after it, which costs more
+    // than the input itself.
+    devicedouble::reset();
     if (logLevel() > 0 && ++inputs % 1024 == 0) {
         emptyLogFolder();
     }
