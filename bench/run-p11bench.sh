@@ -46,7 +46,8 @@ modules="--module ostrel=$build/src/ostrel-pkcs11.so"
 
 # SoftHSMv2 with the same keys, as the peer to compare with.
 softhsm=/usr/lib/softhsm/libsofthsm2.so
-if [ -f "$softhsm" ]; then
+# P11BENCH_SOFTHSM=0 leaves SoftHSMv2 out (to profile our module alone).
+if [ -f "$softhsm" ] && [ "${P11BENCH_SOFTHSM:-1}" != 0 ]; then
     SOFTHSM2_CONF=$work/softhsm2.conf
     export SOFTHSM2_CONF
     mkdir "$work/softhsm"
@@ -64,7 +65,7 @@ fi
 
 profiler=""
 if [ "${P11BENCH_PROFILE:-}" = perf ]; then
-    profiler="perf record -e cpu-clock -g -o $PWD/perf.data --"
+    profiler="perf record -e cpu-clock --call-graph dwarf -o $PWD/perf.data --"
 fi
 # shellcheck disable=SC2086
 $profiler "$build/bench/p11bench" --keys "$work/keys" --pin "$pin" --objects "$objects" \

@@ -14,20 +14,15 @@
 
 namespace {
 
-struct DeviceToken {
-    std::string deviceId;
-    TokenInfo token;
-};
-
 // Asks the device library, with no module lock held, for the token of every listed device and
 // keeps those that hold one (a non-empty serial number). Order and repeats are the list's.
-std::vector<DeviceToken> readTokens(const std::vector<std::string>& devices,
-                                    DeviceInstance instance) {
-    std::vector<DeviceToken> tokens;
+std::vector<SlotTable::Entry> readTokens(const std::vector<std::string>& devices,
+                                         DeviceInstance instance) {
+    std::vector<SlotTable::Entry> tokens;
     for (const std::string& deviceId : devices) {
         TokenInfo token = ostrel_getTokenInfo(deviceId.c_str(), instance);
         if (!token.serialNumber.empty()) {
-            tokens.push_back(DeviceToken{deviceId, std::move(token)});
+            tokens.push_back(SlotTable::Entry{deviceId, std::move(token)});
         }
     }
     return tokens;
@@ -59,19 +54,17 @@ CK_RV getSlotList(ExportCall& call, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCo
         return *answered;
     }
 
-    const std::vector<DeviceToken> tokens = readTokens(devices, call.instance());
+    std::vector<SlotTable::Entry> tokens = readTokens(devices, call.instance());
+    const std::size_t listed = tokens.size();
     {
         MutexLock tables(state.tableMutex);
-        state.slotTable.clear();
-        for (const DeviceToken& entry : tokens) {
-            state.slotTable.insert(entry.deviceId, entry.token);
-        }
+        state.slotTable.replace(tokens);
     }
     // Deliberate (compatibility register, entry 8): slot IDs are numbered in device-list order,
     // while lookups count positions in
     // ascending identifier order; a repeated identifier still gets its own slot ID here.
-    std::vector<CK_SLOT_ID> slotIds(tokens.size());
-    for (std::size_t k = 0; k < tokens.size(); ++k) {
+    std::vector<CK_SLOT_ID> slotIds(listed);
+    for (std::size_t k = 0; k < listed; ++k) {
         slotIds[k] = kFirstSlotId + static_cast<CK_SLOT_ID>(k);
     }
     return output.fill(slotIds);

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "device/device_records.h"
 
@@ -20,11 +21,10 @@ public:
 
     void clear() { entries_.clear(); }
     std::size_t size() const { return entries_.size(); }
-    // Keeps an existing entry of the same identifier, as a rebuild from a device list with a
-    // repeated identifier must.
-    void insert(const std::string& deviceId, const TokenInfo& token) {
-        entries_.emplace(deviceId, token);
-    }
+    // Makes these the only entries; of a repeated identifier the first is kept. Every
+    // C_GetSlotList rebuilds the table, mostly with the devices it already holds: their entries
+    // are updated where they are, so that the rebuild allocates nothing for them.
+    void replace(std::vector<Entry>& fresh);
     // The entry at position slotId - kFirstSlotId in ascending identifier order.
     std::optional<Entry> find(std::uint32_t slotId) const;
 
