@@ -20,7 +20,11 @@ cd "$build/logs"
 if [ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then
     export TMPDIR=/dev/shm
 fi
-set -- "$build/$harness" -max_total_time="$seconds" -max_len=4096 -timeout=20 \
+# Without entropic scheduling: it spent most of the time updating the frequencies of the module
+# harness's many features (a third of all samples in perf). Off, the same 15 s on the same seeds
+# ran 2.9 times as many inputs and reached more coverage (4,778 edges against 4,677); the parser
+# harness ran 1.3 times as many at the same coverage.
+set -- "$build/$harness" -max_total_time="$seconds" -max_len=4096 -timeout=20 -entropic=0 \
     -print_final_stats=1 -artifact_prefix="$build/" "$build/corpus" "$seeds"
 status=0
 if [ "$processes" -gt 1 ]; then
