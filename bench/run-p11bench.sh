@@ -10,7 +10,9 @@ cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh bench
 
 seconds=1
-objects=1000
+# P11BENCH_OBJECTS sets how many objects the tokens hold (up to about 4,000: handles of token
+# objects are their ids within a range of 0x1000, so a token holds no more than 4,095).
+objects=${P11BENCH_OBJECTS:-1000}
 if [ "${1:-}" = "--short" ]; then
     seconds=0.02
     objects=50
