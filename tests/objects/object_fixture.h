@@ -73,7 +73,7 @@ protected:
         CK_ATTRIBUTE query{type, nullptr, 0};
         EXPECT_EQ(C_GetAttributeValue(session, object, &query, 1), CKR_OK) << type;
         Bytes value(query.ulValueLen);
-        CK_ATTRIBUTE read{type, value.data(), value.size()};
+        CK_ATTRIBUTE read{type, value.data(), static_cast<CK_ULONG>(value.size())};
         EXPECT_EQ(C_GetAttributeValue(session, object, &read, 1), CKR_OK) << type;
         value.resize(read.ulValueLen);
         log.newLines();
@@ -91,10 +91,10 @@ protected:
         return {type, &value, sizeof value};
     }
     static CK_ATTRIBUTE bytesAttribute(CK_ATTRIBUTE_TYPE type, Bytes& value) {
-        return {type, value.data(), value.size()};
+        return {type, value.data(), static_cast<CK_ULONG>(value.size())};
     }
     static CK_ATTRIBUTE textAttribute(CK_ATTRIBUTE_TYPE type, std::string& value) {
-        return {type, value.data(), value.size()};
+        return {type, value.data(), static_cast<CK_ULONG>(value.size())};
     }
 
     // A made-up certificate: DER bytes the double answers with these details.

@@ -86,10 +86,11 @@ TEST_F(Secrets, NoSecretReachesTheLogAtTheDebugLevel) {
     Bytes modulus(256, 0xC1);
     Bytes exponent = kPrivateExponent, prime = kPrime;
     CK_OBJECT_CLASS keyClass = CKO_PRIVATE_KEY;
-    CK_ATTRIBUTE key[] = {{CKA_CLASS, &keyClass, sizeof keyClass},
-                          {CKA_MODULUS, modulus.data(), modulus.size()},
-                          {CKA_PRIVATE_EXPONENT, exponent.data(), exponent.size()},
-                          {CKA_PRIME_1, prime.data(), prime.size()}};
+    CK_ATTRIBUTE key[] = {
+        {CKA_CLASS, &keyClass, sizeof keyClass},
+        {CKA_MODULUS, modulus.data(), static_cast<CK_ULONG>(modulus.size())},
+        {CKA_PRIVATE_EXPONENT, exponent.data(), static_cast<CK_ULONG>(exponent.size())},
+        {CKA_PRIME_1, prime.data(), static_cast<CK_ULONG>(prime.size())}};
     CK_OBJECT_HANDLE imported = 0;
     ASSERT_EQ(C_CreateObject(session_, key, 4, &imported), CKR_OK);
 
