@@ -1,8 +1,9 @@
 // kill -9 of store writers at random moments: a process that signs and changes a token through
-// the device library (store_worker.cpp) and the ostrel-token tool, taking turns on one store.
-// After every kill the store must pass SQLite's integrity check; at the end every committed
-// change must be there, and nothing else but the one change each killed process had in flight.
-// OSTREL_STORE_KILLS sets the number of kills of each (100 unless set).
+// the device library (store_worker.cpp), one that does the same through the built PKCS #11
+// module (module_worker.cpp), and the ostrel-token tool, taking turns on one store, each on a
+// token of its own. After every kill the store must pass SQLite's integrity check; at the end
+// every committed change must be there, and nothing else but the one change each killed process
+// had in flight. OSTREL_STORE_KILLS sets the number of kills of each (100 unless set).
 #include <signal.h>
 
 #include <chrono>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr const char* kWorkerToken = "CRASH";
 constexpr const char* kToolToken = "TOOL";
+constexpr const char* kModuleToken = "MODULE";
 constexpr int kRetries = 100;
 
 int killsOfEach() {
@@ -42,6 +44,7 @@ protected:
         TokenFixture::SetUp();
         createToken(kWorkerToken, kPin, kRetries, 4095);
         createToken(kToolToken, kPin, kRetries, 4095);
+        createToken(kModuleToken, kPin, kRetries, 4095);
         seed_ = std::random_device{}();
         random_.seed(seed_);
         signingKey_.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
@@ -56,7 +59,7 @@ protected:
             ++corruptStores_;
             ADD_FAILURE() << "after " << afterWhat << ": " << answer;
         }
-        EXPECT_EQ(ostrel_getConnectedDeviceList(false, instance_).size(), 3u) << afterWhat;
+        EXPECT_EQ(ostrel_getConnectedDeviceList(false, instance_).size(), 4u) << afterWhat;
     }
 
     void pause(double maximumMs) {
@@ -64,12 +67,15 @@ protected:
         std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(delay(random_)));
     }
 
-    // Starts the worker, lets it work for a random while after its first operation, kills it.
-    RunJournal killWorker(int number) {
-        const std::string tag = "w" + std::to_string(number);
+    // Starts a worker, lets it work for a random while after its first operation, kills it.
+    // Device-library workers are tagged w0, w1, ..., module workers m0, m1, ...
+    RunJournal killWorker(int number, bool throughModule) {
+        const std::string tag = (throughModule ? "m" : "w") + std::to_string(number);
         const std::string journal = folder_.path() + "/journal-" + tag;
         pid_t worker = startProgram(
-            workerArguments(folder_.path(), kWorkerToken, kWorkerToken, journal, tag, "crash", 0),
+            throughModule ? moduleWorkerArguments(folder_.path(), kModuleToken, journal, tag, 0)
+                          : workerArguments(folder_.path(), kWorkerToken, kWorkerToken, journal,
+                                            tag, "crash", 0),
             false, true);
         EXPECT_GT(worker, 0) << tag;
         if (worker > 0) {
@@ -184,6 +190,7 @@ int keyPairsThatDoNotSign(const char* serial, DeviceInstance instance) {
 TEST_F(StoreCrashTest, KilledWritersLeaveASoundStoreWithEveryCommittedChange) {
     const int kills = killsOfEach();
     std::vector<RunJournal> workerRuns;
+    std::vector<RunJournal> moduleRuns;
     std::vector<ToolRun> toolRuns;
     // How long after its start each tool command is killed, at most: first as long as one
     // unkilled run took, then shorter after a run that ended before its kill and longer after
@@ -199,7 +206,8 @@ TEST_F(StoreCrashTest, KilledWritersLeaveASoundStoreWithEveryCommittedChange) {
     int toolKills = 0;
     int toolNumber = 3;
     for (int round = 0; round < kills && !HasFailure(); ++round) {
-        workerRuns.push_back(killWorker(round));
+        workerRuns.push_back(killWorker(round, false));
+        moduleRuns.push_back(killWorker(round, true));
         // A run that ended before its kill counts as a committed run, not as a kill.
         for (int tries = 0; tries < 5 && toolKills <= round; ++tries, ++toolNumber) {
             double& limit = toolMs[toolKind(toolNumber)];
@@ -211,43 +219,55 @@ TEST_F(StoreCrashTest, KilledWritersLeaveASoundStoreWithEveryCommittedChange) {
     ASSERT_FALSE(HasFailure()) << "seed " << seed_;
 
     StoredToken workerToken;
+    StoredToken moduleToken;
     StoredToken toolToken;
     ASSERT_TRUE(readStoredToken(database(), kWorkerToken, workerToken));
+    ASSERT_TRUE(readStoredToken(database(), kModuleToken, moduleToken, ObjectNames::ObjectIds));
     ASSERT_TRUE(readStoredToken(database(), kToolToken, toolToken));
     JournalFindings worker = checkObjects(workerRuns, workerToken);
+    JournalFindings module = checkObjects(moduleRuns, moduleToken);
     JournalFindings tool = checkToolRuns(toolRuns, toolToken);
     std::string why;
     EXPECT_TRUE(pinCountsFollow(workerRuns, kRetries, workerToken.retriesLeft, why)) << why;
-    int inFlight = 0;
-    int workerChanges = 0;
-    for (const RunJournal& run : workerRuns) {
-        inFlight += run.inFlight() != nullptr;
-        for (const JournalEntry& entry : run.entries) {
-            workerChanges += entry.committed;
+    EXPECT_TRUE(pinCountsFollow(moduleRuns, kRetries, moduleToken.retriesLeft, why)) << why;
+    // "N (I inside an operation, C committed operations)" of a worker's runs.
+    auto summary = [](const std::vector<RunJournal>& runs) {
+        int inFlight = 0;
+        int changes = 0;
+        for (const RunJournal& run : runs) {
+            inFlight += run.inFlight() != nullptr;
+            for (const JournalEntry& entry : run.entries) {
+                changes += entry.committed;
+            }
         }
-    }
+        return std::to_string(runs.size()) + " (" + std::to_string(inFlight) +
+               " inside an operation, " + std::to_string(changes) + " committed operations)";
+    };
     int toolChanges = 0;
     for (const ToolRun& run : toolRuns) {
         toolChanges += run.committed;
     }
-    std::cout << "store kills: worker " << workerRuns.size() << " (" << inFlight
-              << " inside an operation, " << workerChanges << " committed operations), tool "
-              << toolKills << " (" << toolRuns.size() << " runs, " << toolChanges
-              << " committed); corrupt stores " << corruptStores_ << "; lost changes "
-              << worker.lost + tool.lost << "; unrecorded changes "
-              << worker.unexplained + tool.unexplained << "; seed " << seed_ << "\n";
+    const int lost = worker.lost + module.lost + tool.lost;
+    const int unexplained = worker.unexplained + module.unexplained + tool.unexplained;
+    std::cout << "store kills: worker " << summary(workerRuns) << ", module worker "
+              << summary(moduleRuns) << ", tool " << toolKills << " (" << toolRuns.size()
+              << " runs, " << toolChanges << " committed); corrupt stores " << corruptStores_
+              << "; lost changes " << lost << "; unrecorded changes " << unexplained << "; seed "
+              << seed_ << "\n";
     EXPECT_EQ(static_cast<int>(workerRuns.size()), kills);
+    EXPECT_EQ(static_cast<int>(moduleRuns.size()), kills);
     EXPECT_EQ(toolKills, kills);
     EXPECT_EQ(corruptStores_, 0);
-    EXPECT_EQ(worker.lost + tool.lost, 0);
-    EXPECT_EQ(worker.unexplained + tool.unexplained, 0);
-    for (const auto& details : {worker.details, tool.details}) {
+    EXPECT_EQ(lost, 0);
+    EXPECT_EQ(unexplained, 0);
+    for (const auto& details : {worker.details, module.details, tool.details}) {
         for (const std::string& detail : details) {
             ADD_FAILURE() << detail;
         }
     }
     EXPECT_EQ(keyPairsThatDoNotSign(kWorkerToken, instance_), 0);
     EXPECT_EQ(keyPairsThatDoNotSign(kToolToken, instance_), 0);
+    EXPECT_EQ(keyPairsThatDoNotSign(kModuleToken, instance_), 0);
 }
 
 }  // namespace

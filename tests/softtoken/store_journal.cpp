@@ -95,8 +95,8 @@ RunJournal readJournal(const std::string& path, const std::string& tag) {
     return run;
 }
 
-bool readStoredToken(const std::string& databasePath, const std::string& serial,
-                     StoredToken& token) {
+bool readStoredToken(const std::string& databasePath, const std::string& serial, StoredToken& token,
+                     ObjectNames names) {
     sqlite3* database = nullptr;
     // Read and write, never create: a connection that may have to recover the log of a killed
     // writer needs to write.
@@ -121,7 +121,7 @@ bool readStoredToken(const std::string& databasePath, const std::string& serial,
         ok = ok && step == SQLITE_DONE;
         sqlite3_finalize(statement);
     };
-    auto reference = [](sqlite3_stmt* statement) {
+    auto name = [](sqlite3_stmt* statement) {
         return hexText(static_cast<const unsigned char*>(sqlite3_column_blob(statement, 0)),
                        static_cast<std::size_t>(sqlite3_column_bytes(statement, 0)));
     };
@@ -131,10 +131,11 @@ bool readStoredToken(const std::string& databasePath, const std::string& serial,
     };
     // A read transaction makes the three queries one consistent reading.
     sqlite3_exec(database, "BEGIN", nullptr, nullptr, nullptr);
-    query("SELECT reference, alias FROM key_pairs WHERE device_id = ?",
-          [&](sqlite3_stmt* s) { token.keyPairs[reference(s)] = text(s, 1); });
-    query("SELECT reference, label FROM certificates WHERE device_id = ?",
-          [&](sqlite3_stmt* s) { token.certificates[reference(s)] = text(s, 1); });
+    const std::string column = names == ObjectNames::References ? "reference" : "object_id";
+    query(("SELECT " + column + ", alias FROM key_pairs WHERE device_id = ?").c_str(),
+          [&](sqlite3_stmt* s) { token.keyPairs[name(s)] = text(s, 1); });
+    query(("SELECT " + column + ", label FROM certificates WHERE device_id = ?").c_str(),
+          [&](sqlite3_stmt* s) { token.certificates[name(s)] = text(s, 1); });
     query("SELECT retries_left, label FROM devices WHERE device_id = ?", [&](sqlite3_stmt* s) {
         token.retriesLeft = sqlite3_column_int(s, 0);
         token.label = text(s, 1);

@@ -12,7 +12,9 @@
 //   W [left]              a wrong PIN, and the tries it reported left
 //   R [left], S           the right PIN checked, a signature made (the right PIN restores the
 //                         count)
-// Labels are TAG-N, TAG naming the worker's run.
+// Labels are TAG-N, TAG naming the worker's run. A reference is the device library's name of the
+// object; a worker that goes through the PKCS #11 module never sees that name and gives every
+// object a CKA_ID of its own instead, which then stands where the reference would.
 #pragma once
 
 #include <map>
@@ -41,15 +43,18 @@ struct RunJournal {
 // Reads a journal; a last line without its newline is left out (it was never complete).
 RunJournal readJournal(const std::string& path, const std::string& tag);
 
+// How the journals of a token name its objects (hex in both cases).
+enum class ObjectNames { References, ObjectIds };
+
 // One token as the store file holds it, read with SQLite directly.
 struct StoredToken {
-    std::map<std::string, std::string> keyPairs;      // reference (hex) -> label
-    std::map<std::string, std::string> certificates;  // reference (hex) -> label
+    std::map<std::string, std::string> keyPairs;      // name -> label
+    std::map<std::string, std::string> certificates;  // name -> label
     std::string label;
     int retriesLeft = -1;
 };
-bool readStoredToken(const std::string& databasePath, const std::string& serial,
-                     StoredToken& token);
+bool readStoredToken(const std::string& databasePath, const std::string& serial, StoredToken& token,
+                     ObjectNames names = ObjectNames::References);
 
 // PRAGMA integrity_check through a connection of its own: "ok" for a sound store.
 std::string integrityCheck(const std::string& databasePath);

@@ -68,4 +68,10 @@ std::vector<std::string> workerArguments(const std::string& store, const std::st
             std::to_string(operations)};
 }
 
+std::vector<std::string> moduleWorkerArguments(const std::string& store, const std::string& serial,
+                                               const std::string& journal, const std::string& tag,
+                                               int operations) {
+    return {OSTREL_MODULE_WORKER, store, serial, journal, tag, std::to_string(operations)};
+}
+
 }  // namespace softtoken::testing

@@ -1,4 +1,4 @@
-// Processes of the store tests: the store worker and the ostrel-token tool, started, killed
+// Processes of the store tests: the store workers and the ostrel-token tool, started, killed
 // and waited for.
 #pragma once
 
@@ -25,5 +25,10 @@ Ending waitForProgram(pid_t child);
 std::vector<std::string> workerArguments(const std::string& store, const std::string& serial,
                                          const std::string& pinSerial, const std::string& journal,
                                          const std::string& tag, const char* mode, int operations);
+
+// Runs the module worker: softtoken_module_worker STORE SERIAL JOURNAL TAG OPERATIONS.
+std::vector<std::string> moduleWorkerArguments(const std::string& store, const std::string& serial,
+                                               const std::string& journal, const std::string& tag,
+                                               int operations);
 
 }  // namespace softtoken::testing

@@ -13,10 +13,7 @@
 // there. With READY_FD it writes one byte there once its first operation is done.
 // Exit status: 0 done, 2 wrong arguments, 3 an operation answered what it must not, 4 a
 // committed change was missing from the lists.
-#include <fcntl.h>
 #include <openssl/evp.h>
-#include <openssl/x509.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -28,8 +25,10 @@
 
 #include "device/ostrel_device.h"
 #include "store_journal.h"
+#include "store_worker_support.h"
 
 using softtoken::testing::hexText;
+using softtoken::testing::JournalWriter;
 
 namespace {
 
@@ -37,11 +36,11 @@ constexpr const char* kPin = "1234";
 
 class Worker {
 public:
-    Worker(std::string serial, std::string pinSerial, int journal, std::string tag, bool load)
+    Worker(std::string serial, std::string pinSerial, JournalWriter& journal, bool load)
         : serial_(std::move(serial)),
           pinSerial_(std::move(pinSerial)),
           journal_(journal),
-          tag_(std::move(tag)),
+          tag_(journal.tag()),
           load_(load),
           random_(std::random_device{}()) {}
 
@@ -78,16 +77,8 @@ public:
     }
 
 private:
-    // Journal lines go out with one write() each, so a kill leaves whole lines only.
-    void record(const std::string& line) {
-        const std::string text = line + "\n";
-        if (write(journal_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-            std::cerr << "store worker: journal write failed\n";
-            std::_Exit(3);
-        }
-    }
-
-    std::string nextLabel() { return tag_ + "-" + std::to_string(++sequence_); }
+    void record(const std::string& line) { journal_.record(line); }
+    std::string nextLabel() { return journal_.nextLabel(); }
 
     std::string randomKey() {
         auto chosen = keys_.begin();
@@ -118,7 +109,8 @@ private:
 
     int importCertificate() {
         const std::string label = nextLabel();
-        const std::vector<unsigned char> der = makeCertificate(label);
+        const std::vector<unsigned char> der = softtoken::testing::selfSignedDer(
+            signingKey_, label, static_cast<std::int64_t>(random_() >> 1));
         record("? C " + label);
         OstrelCertificate certificate{};
         std::memcpy(certificate.der, der.data(), der.size());
@@ -231,36 +223,14 @@ private:
         return 0;
     }
 
-    std::vector<unsigned char> makeCertificate(const std::string& commonName) {
-        X509* certificate = X509_new();
-        X509_set_version(certificate, 2);
-        ASN1_INTEGER_set_int64(X509_get_serialNumber(certificate),
-                               static_cast<std::int64_t>(random_() >> 1));
-        X509_gmtime_adj(X509_getm_notBefore(certificate), 0);
-        X509_gmtime_adj(X509_getm_notAfter(certificate), 86400);
-        X509_NAME* name = X509_get_subject_name(certificate);
-        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                                   reinterpret_cast<const unsigned char*>(commonName.c_str()), -1,
-                                   -1, 0);
-        X509_set_issuer_name(certificate, name);
-        X509_set_pubkey(certificate, signingKey_);
-        X509_sign(certificate, signingKey_, EVP_sha256());
-        std::vector<unsigned char> der(static_cast<std::size_t>(i2d_X509(certificate, nullptr)));
-        unsigned char* cursor = der.data();
-        i2d_X509(certificate, &cursor);
-        X509_free(certificate);
-        return der;
-    }
-
     const std::string serial_;
     const std::string pinSerial_;
-    const int journal_;
+    JournalWriter& journal_;
     const std::string tag_;
     const bool load_;
     std::mt19937_64 random_;
     DeviceInstance instance_ = nullptr;
     EVP_PKEY* signingKey_ = nullptr;
-    int sequence_ = 0;
     std::map<std::string, std::string> keys_;          // reference -> label, of this process
     std::map<std::string, std::string> certificates_;  // reference -> label
 };
@@ -274,31 +244,17 @@ int main(int argc, char** argv) {
         return 2;
     }
     setenv("OSTREL_TOKEN_STORE", argv[1], 1);
-    const int journal = open(argv[4], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    JournalWriter journal(argv[4], argv[5]);
     const long operations = std::strtol(argv[7], nullptr, 10);
-    if (journal < 0 || operations < 0) {
+    if (!journal.ok() || operations < 0) {
         std::cerr << "store worker: cannot open the journal\n";
         return 2;
     }
-    Worker worker(argv[2], argv[3], journal, argv[5], std::strcmp(argv[6], "load") == 0);
+    Worker worker(argv[2], argv[3], journal, std::strcmp(argv[6], "load") == 0);
     if (!worker.start() || ostrel_getConnectedDeviceList(false, nullptr).empty()) {
         std::cerr << "store worker: the store cannot be opened\n";
         return 3;
     }
-    // Ready once the first operation is done: the slow start (the PIN's derivation, the
-    // first key) is behind it, so that a kill soon after lands among the writes.
-    for (long done = 0; operations == 0 || done < operations; ++done) {
-        if (int status = worker.step(); status != 0) {
-            return status;
-        }
-        if (done == 0 && argc > 8) {
-            const int ready = std::atoi(argv[8]);
-            const char byte = 1;
-            if (write(ready, &byte, 1) != 1) {
-                return 2;
-            }
-            close(ready);
-        }
-    }
-    return 0;
+    return softtoken::testing::runSteps(operations, argc > 8 ? argv[8] : nullptr,
+                                        [&worker] { return worker.step(); });
 }
