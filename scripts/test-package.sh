@@ -1,7 +1,8 @@
 #!/bin/sh
 # The installation as a user gets it: cmake --install into a staging folder, then the Debian
 # package installed with apt-get on this machine and removed again. Each time pkcs11-tool reaches
-# a software token through the installed module; after the package, p11-kit lists the module.
+# a software token through the installed module; after the package, p11-kit lists the module,
+# and pkcs11-tool and p11tool reach the token through p11-kit's proxy.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -66,7 +67,29 @@ if ! printf '%s\n' "$modules" | grep -q "Package check"; then
     echo "FAILED: p11-kit does not list the module and its token" >&2
     exit 1
 fi
+# Through p11-kit's proxy, which loads the registered modules: nobody names ours. A certificate
+# on the token gives p11tool an object to list without logging in.
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj "/CN=Package check" \
+    -days 2 -keyout "$work/key.pem" -out "$work/cert.pem" 2>/dev/null
+/usr/bin/ostrel-token import-cert PKG00001 "$work/cert.pem" --label "package certificate" \
+    >/dev/null
+proxy=/usr/lib/$multiarch/p11-kit-proxy.so
+slots=$(pkcs11-tool --module "$proxy" -L 2>&1 || true)
+if ! printf '%s\n' "$slots" | grep -q "Package check"; then
+    printf '%s\n' "$slots" >&2
+    echo "FAILED: pkcs11-tool does not reach the token through $proxy" >&2
+    exit 1
+fi
+# The token's URL as ostrel-token prints it: its texts are padded with NUL bytes (compatibility
+# register, entry 42), so a URL typed by hand with the bare label would match nothing.
+url=$(/usr/bin/ostrel-token show PKG00001 | sed -n 's/^url: //p' | head -n 1)
+objects=$(p11tool --list-all "$url" 2>&1 || true)
+if ! printf '%s\n' "$objects" | grep -q "package certificate"; then
+    printf '%s\n' "$objects" >&2
+    echo "FAILED: p11tool --list-all does not show the token's certificate through p11-kit" >&2
+    exit 1
+fi
 DEBIAN_FRONTEND=noninteractive apt-get remove -y -q ostrel-pkcs11 >/dev/null
 package_installed=""
 [ ! -e "$module_path" ] || { echo "FAILED: the module stayed after apt-get remove" >&2; exit 1; }
-echo "package: installed, listed by pkcs11-tool and p11-kit, removed"
+echo "package: installed, listed by pkcs11-tool and p11-kit, reached through p11-kit-proxy by pkcs11-tool and p11tool, removed"
