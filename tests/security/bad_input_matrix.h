@@ -149,6 +149,18 @@ std::vector<Arg> objectHandles();
 // The object handles above 32 bits: a valid handle of each kind plus 2^32 (none on Windows).
 std::vector<Arg> wideObjectHandles();
 
+// Short names the row files share, so that a row reads as one line.
+constexpr Before kSession = Before::Session;
+constexpr Before kUser = Before::UserSession;
+constexpr CK_RV kOk = CKR_OK;
+constexpr CK_RV kArgs = CKR_ARGUMENTS_BAD;
+constexpr CK_RV kKey = CKR_KEY_HANDLE_INVALID;
+constexpr CK_RV kSessionInvalid = CKR_SESSION_HANDLE_INVALID;
+
+inline void append(std::vector<Row>& rows, const std::vector<Row>& more) {
+    rows.insert(rows.end(), more.begin(), more.end());
+}
+
 // One row per handle: `pattern` with its Sweep argument replaced by each handle, answering
 // the code of the same position (or `code` for all).
 std::vector<Row> sweep(const Row& pattern, const std::vector<Arg>& handles,

@@ -10,20 +10,10 @@ namespace matrix {
 
 namespace {
 
-constexpr Before kSession = Before::Session;
-constexpr Before kUser = Before::UserSession;
-constexpr CK_RV kOk = CKR_OK;
-constexpr CK_RV kKey = CKR_KEY_HANDLE_INVALID;
-constexpr CK_RV kArgs = CKR_ARGUMENTS_BAD;
 constexpr CK_RV kNotActive = CKR_OPERATION_NOT_INITIALIZED;
-constexpr CK_RV kSessionInvalid = CKR_SESSION_HANDLE_INVALID;
 constexpr std::size_t kResultRoom = 512;
 constexpr std::size_t kRsaResult = 256;     // signatures and ciphertexts of key pair 1
 constexpr std::size_t kKeptPlaintext = 16;  // see Before::DecryptingKept
-
-void append(std::vector<Row>& rows, const std::vector<Row>& more) {
-    rows.insert(rows.end(), more.begin(), more.end());
-}
 
 }  // namespace
 

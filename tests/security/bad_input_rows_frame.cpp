@@ -8,7 +8,6 @@ namespace matrix {
 
 namespace {
 
-constexpr Before kSession = Before::Session;
 constexpr CK_FLAGS kSerialRw = CKF_SERIAL_SESSION | CKF_RW_SESSION;
 
 // Lengths a PIN may not have: too short, too long, huge, and (where CK_ULONG is wider) a valid
@@ -24,10 +23,6 @@ std::vector<CK_ULONG> badPinLengths() {
 // Six bytes with a NUL inside: the device would take "12" for the PIN.
 Arg pinWithNul() {
     return input({'1', '2', 0, '4', '5', '6'});
-}
-
-void append(std::vector<Row>& rows, const std::vector<Row>& more) {
-    rows.insert(rows.end(), more.begin(), more.end());
 }
 
 }  // namespace

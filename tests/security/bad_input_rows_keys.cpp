@@ -9,17 +9,6 @@ namespace matrix {
 
 namespace {
 
-constexpr Before kSession = Before::Session;
-constexpr Before kUser = Before::UserSession;
-constexpr CK_RV kOk = CKR_OK;
-constexpr CK_RV kKey = CKR_KEY_HANDLE_INVALID;
-constexpr CK_RV kArgs = CKR_ARGUMENTS_BAD;
-constexpr CK_RV kSessionInvalid = CKR_SESSION_HANDLE_INVALID;
-
-void append(std::vector<Row>& rows, const std::vector<Row>& more) {
-    rows.insert(rows.end(), more.begin(), more.end());
-}
-
 std::vector<Row> keyPairRows() {
     const char* entry = "C_GenerateKeyPair";
     const Arg rsa = mechanism(CKM_RSA_PKCS_KEY_PAIR_GEN);

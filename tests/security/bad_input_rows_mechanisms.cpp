@@ -4,47 +4,21 @@
 #include <cstddef>
 
 #include "bad_input_matrix.h"
+#include "slots/mechanism_catalogue.h"
 
 namespace matrix {
 
 namespace {
 
-constexpr Before kSession = Before::Session;
-constexpr Before kUser = Before::UserSession;
-constexpr CK_RV kOk = CKR_OK;
-
 // Every mechanism of the catalogue, and two it does not hold, given to every Init: each takes
 // only its own (the FIPS 140-3 token refuses SHA-1 signing); key-pair generation never looks
 // at the type (compatibility register, entry 35).
 std::vector<Row> mechanismCrossRows() {
-    const std::vector<CK_MECHANISM_TYPE> every = {CKM_RSA_PKCS_KEY_PAIR_GEN,
-                                                  CKM_RSA_PKCS,
-                                                  CKM_RSA_PKCS_OAEP,
-                                                  CKM_RSA_PKCS_PSS,
-                                                  CKM_SHA1_RSA_PKCS,
-                                                  CKM_SHA224_RSA_PKCS,
-                                                  CKM_SHA256_RSA_PKCS,
-                                                  CKM_SHA384_RSA_PKCS,
-                                                  CKM_SHA512_RSA_PKCS,
-                                                  CKM_SHA1_RSA_PKCS_PSS,
-                                                  CKM_SHA224_RSA_PKCS_PSS,
-                                                  CKM_SHA256_RSA_PKCS_PSS,
-                                                  CKM_SHA384_RSA_PKCS_PSS,
-                                                  CKM_SHA512_RSA_PKCS_PSS,
-                                                  CKM_EC_KEY_PAIR_GEN,
-                                                  CKM_ECDH1_DERIVE,
-                                                  CKM_ECDSA,
-                                                  CKM_ECDSA_SHA1,
-                                                  CKM_ECDSA_SHA224,
-                                                  CKM_ECDSA_SHA256,
-                                                  CKM_ECDSA_SHA384,
-                                                  CKM_SHA_1,
-                                                  CKM_SHA224,
-                                                  CKM_SHA256,
-                                                  CKM_SHA384,
-                                                  CKM_SHA512,
-                                                  CKM_MD5,
-                                                  CKM_ECDSA_SHA512};
+    std::vector<CK_MECHANISM_TYPE> every;
+    for (const MechanismEntry& entry : kMechanismCatalogue) {
+        every.push_back(entry.type);
+    }
+    every.insert(every.end(), {CKM_MD5, CKM_ECDSA_SHA512});
     const std::vector<CK_MECHANISM_TYPE> signing = {CKM_RSA_PKCS,
                                                     CKM_RSA_PKCS_PSS,
                                                     CKM_SHA224_RSA_PKCS,

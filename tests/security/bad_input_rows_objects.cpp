@@ -14,15 +14,8 @@ namespace matrix {
 
 namespace {
 
-constexpr Before kSession = Before::Session;
-constexpr Before kUser = Before::UserSession;
 constexpr std::size_t kUlong = sizeof(CK_ULONG);
-constexpr CK_RV kOk = CKR_OK;
 constexpr CK_RV kObject = CKR_OBJECT_HANDLE_INVALID;
-
-void append(std::vector<Row>& rows, const std::vector<Row>& more) {
-    rows.insert(rows.end(), more.begin(), more.end());
-}
 
 // Counts of a template that is not there: one, huge, and (where CK_ULONG is wider) 2^32, which
 // must not be cut to 0.
