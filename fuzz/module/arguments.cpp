@@ -323,6 +323,8 @@ ListArea<CK_ULONG> listArea(CallInput& in, CallState& state, std::size_t capacit
 }
 
 CK_MECHANISM_PTR mechanismArgument(CallInput& in, CallState& state) {
+    // Not the module's catalogue: an input names a type by its place here (make_corpus.py
+    // writes the seeds that way), and the list also holds types the catalogue does not.
     static const CK_MECHANISM_TYPE kTypes[] = {
         CKM_SHA_1,
         CKM_SHA224,
