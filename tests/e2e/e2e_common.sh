@@ -17,26 +17,7 @@ TMPDIR=$WORK/tmp
 export TMPDIR
 mkdir -m 0700 "$TMPDIR" "$TMPDIR/Kelvanetics"
 
-failures=0
-fail() {
-    echo "FAILED: $*" >&2
-    failures=$((failures + 1))
-}
-# expect_in TEXT NEEDLE...: every needle occurs in the text.
-expect_in() {
-    text=$1
-    shift
-    for needle in "$@"; do
-        printf '%s\n' "$text" | grep -qF -- "$needle" || fail "missing '$needle'"
-    done
-}
-expect_not_in() {
-    text=$1
-    shift
-    for needle in "$@"; do
-        if printf '%s\n' "$text" | grep -qF -- "$needle"; then fail "unexpected '$needle'"; fi
-    done
-}
+. "$(dirname "$0")/checks.sh"
 # expect_lines WHAT ACTUAL EXPECTED: the same lines, in any order.
 expect_lines() {
     if [ "$(printf '%s\n' "$2" | sort)" != "$(printf '%s\n' "$3" | sort)" ]; then
@@ -114,11 +95,4 @@ module_log_texts() {
 expect_no_module_errors() {
     log=$(module_log)
     [ -z "$log" ] || fail "the module logged: $log"
-}
-finish() {
-    if [ "$failures" -ne 0 ]; then
-        echo "$failures check(s) failed" >&2
-        exit 1
-    fi
-    echo "all checks passed"
 }

@@ -41,26 +41,7 @@ need() {
 need openssl pkcs11-tool python3
 [ "$MAKER" != softhsm ] || need softhsm2-util
 
-failures=0
-fail() {
-    echo "FAILED: $*" >&2
-    failures=$((failures + 1))
-}
-# expect_in TEXT NEEDLE...: every needle occurs in the text.
-expect_in() {
-    text=$1
-    shift
-    for needle in "$@"; do
-        printf '%s\n' "$text" | grep -qF -- "$needle" || fail "missing '$needle'"
-    done
-}
-finish() {
-    if [ "$failures" -ne 0 ]; then
-        echo "$failures check(s) failed" >&2
-        exit 1
-    fi
-    echo "all checks passed"
-}
+. "$APPS/../checks.sh"
 
 # Processes started with `background` are stopped, by their ids, whenever the script ends.
 started=""
