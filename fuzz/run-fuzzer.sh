@@ -36,7 +36,7 @@ fi
 total=$(cat fuzz-*.log | sed -n 's/^stat::number_of_executed_units: *//p' | awk '{s += $1} END {print s + 0}')
 echo "$harness: $total executions in ${seconds} s on $processes process(es)," \
      "$((total / seconds)) per second; corpus $(ls "$build/corpus" | wc -l) inputs"
-if [ "$status" -ne 0 ] || grep -l -E "ERROR: libFuzzer|invariant broken|ERROR: AddressSanitizer|runtime error" fuzz-*.log >/dev/null; then
+if [ "$status" -ne 0 ] || grep -l -E "ERROR: libFuzzer|invariant broken|ERROR: (Address|Leak)Sanitizer|runtime error" fuzz-*.log >/dev/null; then
     for log in fuzz-*.log; do
         echo "=== $log"
         grep -v -E '^#[0-9]+.*(NEW|REDUCE|pulse|RELOAD)|NEW_FUNC' "$log" | tail -60

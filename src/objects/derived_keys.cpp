@@ -30,3 +30,12 @@ void DerivedKeyTable::wipeWithoutLocking() noexcept {
         wipeAndClear(entry.second);
     }
 }
+
+void DerivedKeyTable::resetForTesting() {
+    MutexLock lock(mutex_);
+    for (auto& entry : keys_) {
+        wipeAndClear(entry.second);
+    }
+    keys_.clear();
+    nextDerivedKeyHandle_ = kFirstDerivedKeyHandle;
+}

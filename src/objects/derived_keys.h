@@ -23,6 +23,11 @@ public:
     // (the module's code going away, a fork child's inherited copy): takes no lock.
     void wipeWithoutLocking() noexcept NO_THREAD_SAFETY_ANALYSIS;
 
+    // Wipes and forgets every key and starts the handles again, as a fresh load of the module
+    // would. Never called by the module: it is for the fuzz harness, which runs many independent
+    // inputs in one process and must not see the table grow from one input to the next.
+    void resetForTesting();
+
 private:
     mutable Mutex mutex_;
     std::map<std::uint32_t, SecretBytes> keys_ GUARDED_BY(mutex_);
