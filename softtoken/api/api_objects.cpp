@@ -24,6 +24,7 @@ const std::vector<Record>& emptyList() {
 template <typename Record, typename Select>
 const std::vector<Record>& handOut(std::shared_ptr<const std::vector<Record>>& held,
                                    const char* operation, const char* deviceId, Select select) {
+    const OpensslErrorScope errors;
     held.reset();
     OperationFrame frame;
     if (frame.begin(operation) != kOk) {

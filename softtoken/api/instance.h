@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/token_error.h"
+#include "crypto/openssl_error_scope.h"
 #include "device/ostrel_device.h"
 #include "store/records.h"
 #include "token/token_service.h"
@@ -40,9 +41,10 @@ struct OperationFrame {
 };
 
 // Runs body, turning an escaping exception (out of memory) into kInternal: no exception may
-// cross into the module.
+// cross into the module. The OpenSSL errors body raises go with it.
 template <typename Body>
 int guarded(Body body) noexcept {
+    const OpensslErrorScope errors;
     try {
         return body();
     } catch (...) {
@@ -53,6 +55,7 @@ int guarded(Body body) noexcept {
 // The same for operations that answer a value: fallback when an exception escapes.
 template <typename Result, typename Body>
 Result guardedValue(Body body, Result fallback) noexcept {
+    const OpensslErrorScope errors;
     try {
         return body();
     } catch (...) {
