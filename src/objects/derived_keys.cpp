@@ -33,9 +33,6 @@ void DerivedKeyTable::wipeWithoutLocking() noexcept {
 
 void DerivedKeyTable::resetForTesting() {
     MutexLock lock(mutex_);
-    for (auto& entry : keys_) {
-        wipeAndClear(entry.second);
-    }
-    keys_.clear();
+    keys_.clear();  // SecretBytes' allocator wipes each key as it is freed
     nextDerivedKeyHandle_ = kFirstDerivedKeyHandle;
 }
